@@ -1,0 +1,142 @@
+#pragma once
+
+#include "backends/dv/dv_format.h"
+#include "shared/include/description/media_clip_desc.h"
+#include "shared/include/description/media_property.h"
+#include "shared/include/description/media_timecode.h"
+#include "shared/include/description/media_track_desc.h"
+#include "shared/include/index/fixed_media_lookup.h"
+#include "shared/include/object/media_obj.h"
+
+class DvMediaObj;
+class DvTrack;
+
+// The index of a DV stream, for its video and for the sound in it: an entry is a whole frame. It follows a stream that
+// grows, and never past the place where another system follows.
+class DvLookup final : public FixedMediaLookup {
+public:
+    DvLookup(const MediaOffsetSummary& place, std::uint64_t maxFrames, const MediaClipDesc& clip)
+        : FixedMediaLookup(place), m_clip(clip), m_maxFrames(maxFrames) {}
+
+    const MediaClipDesc& getClip() const override { return m_clip; }
+    OpResult updateNumSamples(unsigned long long frames) override;
+
+private:
+    const MediaClipDesc& m_clip;           // borrowed: the clip outlives its lookup
+    const unsigned long long m_maxFrames;  // all ones while there is no end
+};
+
+// A clip of DV: the frames themselves, or the sound in them, whose samples lie in the frames that they belong to.
+class DvClip final : public MediaClipDesc {
+public:
+    // Makes a clip of what a stream says. Requires: a format that has been checked.
+    DvClip(DvTrack& track, const DvFormat& format, MediaIdRec* file);
+    ~DvClip() override;
+
+    unsigned getEditCount() const override { return 0; }
+    MediaEditDesc* getEdit(unsigned) override { return nullptr; }
+    const MediaEditDesc* getEdit(unsigned) const override { return nullptr; }
+    unsigned getClipIndex() const override { return 0; }
+    MediaTrackDesc& getTrack() override;
+    MediaOffsetLookup* getLookup() override { return m_lookup; }
+    const MediaTrackDesc& getTrack() const override;
+    const MediaOffsetLookup* getLookup() const override { return m_lookup; }
+    // Sound rides on the frames of the video.
+    bool isSlave() const override;
+    using MediaClipDesc::getSlaveClip;
+    const MediaClipDesc* getSlaveClip() const override;
+    // One black frame with silence, whatever the times. Fails: false without memory.
+    bool fillBlack(MediaSampleBuf& buf, FixedPoint<16> first, FixedPoint<16> second, bool flag) const override;
+    // Each frame stands alone, so the repeat of the frame in the buffer is that frame. Fails: false when the buffer
+    // holds none of this system.
+    bool fillFwdRepeat(MediaSampleBuf& buf) const override;
+    bool fillBakRepeat(MediaSampleBuf& buf) const override;
+
+private:
+    void describeVideo(const DvFormat& format);
+    void describeAudio(const DvFormat& format);
+
+    DvTrack& m_track;          // borrowed: the owner
+    const DvSystem& m_system;  // for ever
+    const DvAudio m_audio;     // of the frames
+    DvLookup* m_lookup;        // one reference
+};
+
+// The video track or the audio track of a DV movie, with one clip at most.
+class DvTrack final : public MediaTrackDesc {
+public:
+    // A track without a clip yet.
+    DvTrack(DvMediaObj& obj, MediaDataType type, unsigned index) : MediaTrackDesc(type), m_obj(obj), m_index(index) {}
+    // The track of a stream. Requires: a format that has been checked.
+    DvTrack(DvMediaObj& obj, MediaDataType type, unsigned index, const DvFormat& format, MediaIdRec* file);
+    ~DvTrack() override;
+
+    using MediaTrackDesc::createClip;
+    // Makes the one clip of a track that a movie without a file was asked for. Fails: null; warning 17 when there is a
+    // clip or the movie has a file, 8 when no system of DV fits, else what the parameters' check says.
+    MediaClipDesc* createClip(const MediaClipParam& param, OpResult& result) override;
+    MediaObj& getObj() override;
+    const MediaObj& getObj() const override;
+    unsigned getClipCount() const override { return m_clip != nullptr ? 1 : 0; }
+    MediaClipDesc* getClip(unsigned index) override { return index == 0 ? m_clip : nullptr; }
+    const MediaClipDesc* getClip(unsigned index) const override { return index == 0 ? m_clip : nullptr; }
+    unsigned getTrackIndex() const override { return m_index; }
+    const MediaPropertyList& getProperties() const override { return m_properties; }
+    MediaPropertyList& getPropertiesForUpd() override { return m_properties; }
+    FixedPoint<16> getMaxTime() const override { return getMaxLength(); }
+    // Counts exactly, however long the stream is.
+    unsigned long long getFrameLength() const override;
+
+    const DvMediaObj& getDvObj() const { return m_obj; }
+    bool isPro() const;
+
+private:
+    DvMediaObj& m_obj;  // borrowed: the owner
+    const unsigned m_index;
+    MediaParams m_properties;
+    DvClip* m_clip = nullptr;  // owned
+    unsigned m_ticks = 1;      // of the movie's time base, a frame
+};
+
+// A raw DV stream as a movie: a video track, and an audio track when the frames carry sound. Its time base counts every
+// frame exactly. Without a file it makes tracks and clips of DV for others, which fill with its frames.
+class DvMediaObj final : public MediaObj {
+public:
+    // Takes the file into the movie's list. Requires: a format that has been checked.
+    DvMediaObj(AutoRefPtr<BasicFileIO> file, const DvFormat& format);
+    // A movie without a file.
+    DvMediaObj();
+    ~DvMediaObj() override;
+
+    // The reader that is registered. Fails: null with the sentence that says why.
+    static MediaObj* openFile(AutoRefPtr<BasicFileIO> file, OpResult& result);
+    // The registered maker of movies without a file.
+    static MediaObj* openObject(MediaFileType type, OpResult& result);
+
+    using MediaObj::createTrack;
+    MediaMovieDesc* getMovieDesc() override { return getDesc(); }
+    const MediaMovieDesc* getMovieDesc() const override { return getDesc(); }
+    unsigned getTrackCount() const override { return m_trackCount; }
+    const MediaTrackDesc* getTrackAt(unsigned index) const override;
+    MediaTrackDesc* getTrackAt(unsigned index) override;
+    // Fails: null; warning 17 when the movie has a file or such a track, 8 for what isn't DV.
+    MediaTrackDesc* createTrack(const MediaClipParam& param, OpResult& result) override;
+    bool isStream() const override { return false; }
+    MediaTimecode getTimecode() const override { return m_timecode; }
+    // Counts exactly, however long the stream is.
+    unsigned long long getFrameLength() const override;
+
+    bool hasFile() const { return m_hasFile; }
+    // The clip of the track of that kind, or null.
+    const MediaClipDesc* clipOf(MediaDataType type) const;
+
+private:
+    static constexpr unsigned s_maxTracks = 2;
+
+    DvTrack* trackOf(MediaDataType type) const;
+
+    DvTrack* m_tracks[s_maxTracks] = {};  // owned
+    unsigned m_trackCount = 0;
+    const bool m_hasFile;
+    MediaTimecode m_timecode;  // of the first frame
+};

@@ -1,0 +1,75 @@
+#include "backends/dv/dv_media_obj.h"
+#include "backends/link_anchors.h"
+#include "shared/include/description/media_clip_param.h"
+#include "shared/include/object/media_format.h"
+
+namespace {
+
+// Behind the formats that begin with a mark of their own: a stream has to be searched for.
+constexpr int s_priority = 200;
+
+// Parameters of the usual picture at that rate.
+bool initVideo(MediaClipParam& param, MediaEncodingType encoding, MediaVideoRate rate) {
+    const DvSystem* system = DvSystem::find(rate);
+    if (encoding != MediaEncodingType::Dv || system == nullptr) return false;
+    param.m_encoding = encoding;
+    param.m_dataType = MediaDataType::Video;
+    param.m_fileType = MediaFileType::Dv;
+    param.m_coding = SequenceCodingType::Intra;
+    param.m_videoRate = rate;
+    param.m_width = system->width;
+    param.m_height = system->height;
+    param.m_chroma = system->chroma;
+    param.m_vscan = system->isHalfOfPair() ? MediaVideoScanType::Progressive : MediaVideoScanType::Interlaced;
+    param.m_sampleRate = system->rate;
+    param.m_ticksPerSample = system->ticks;
+    param.m_maxBitsPerSample = system->frameSize() * 8;
+    param.m_bitsPerUnit = 8;
+    param.m_channels = 1;
+    param.m_endian = MediaEndian::Big;
+    param.m_bitrate = system->bitrate();
+    param.m_offsets.set(system->frameSize(), 0, 0, 0);
+    return true;
+}
+
+// Parameters of sound in the frames of that rate. The three numbers are samples a second, channels and bits of a word.
+bool initAudio(MediaClipParam& param, MediaEncodingType encoding, MediaVideoRate rate, unsigned sampleRate,
+               unsigned channels, unsigned bits) {
+    const DvSystem* system = DvSystem::find(rate);
+    const bool isRate = sampleRate == 48000 || sampleRate == 44100 || sampleRate == 32000;
+    const bool isWord = bits == 16 || (bits == 12 && sampleRate == 32000);
+    if (encoding != MediaEncodingType::Dv || system == nullptr || !isRate || !isWord) return false;
+    const unsigned room = system->channels * (bits == 12 ? 4 : 2);
+    if (channels == 0 || channels > room) return false;
+    param.m_encoding = encoding;
+    param.m_dataType = MediaDataType::Audio;
+    param.m_fileType = MediaFileType::Dv;
+    param.m_videoRate = rate;
+    param.m_sampleRate = sampleRate;
+    param.m_ticksPerSample = 1;
+    param.m_maxBitsPerSample = bits;
+    param.m_bitsPerUnit = bits;
+    param.m_channels = channels;
+    param.m_endian = MediaEndian::Big;
+    param.m_bitrate = sampleRate * channels * bits;
+    param.m_offsets.set(system->frameSize(), 0, 0, 0);
+    return true;
+}
+
+// Streams are only read, so that there is no creator; the clips of a movie without a file fill with frames of DV.
+MediaWriterDesc writerDesc() {
+    MediaWriterDesc desc;
+    desc.m_fileType = MediaFileType::Dv;
+    desc.m_open = &DvMediaObj::openObject;
+    desc.m_initVideo = &initVideo;
+    desc.m_initAudio = &initAudio;
+    return desc;
+}
+
+[[maybe_unused]] const unsigned s_reader =
+    MediaObj::registerOpener(MediaReaderDesc(MediaFileType::Dv, &DvMediaObj::openFile), s_priority);
+[[maybe_unused]] const unsigned s_writer = MediaObj::registerCreator(writerDesc(), s_priority);
+
+}  // namespace
+
+void forceLinkDvMediaObj() {}

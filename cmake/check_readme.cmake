@@ -1,0 +1,15 @@
+# Fails when the first C++ block of README.md isn't examples/print_tracks.cpp to the letter. ROOT.
+
+file(READ ${ROOT}/README.md readme)
+file(READ ${ROOT}/examples/print_tracks.cpp program)
+string(FIND "${readme}" "```cpp\n" start)
+if(start EQUAL -1)
+  message(FATAL_ERROR "README.md has no C++ block")
+endif()
+math(EXPR start "${start} + 7")
+string(SUBSTRING "${readme}" ${start} -1 block)
+string(FIND "${block}" "```" end)
+string(SUBSTRING "${block}" 0 ${end} block)
+if(NOT block STREQUAL program)
+  message(FATAL_ERROR "the program in README.md differs from examples/print_tracks.cpp:\n${block}")
+endif()

@@ -1,0 +1,105 @@
+# Test programs. Every folder under tests/unit is one, so are the sources right in tests/integration and tests/stress and
+# every folder below those two. mc_test() names one by hand where it links something of its own; the rest is found.
+
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+set(MEDIACORE_UNIT_TIMEOUT 60)
+set(MEDIACORE_INTEGRATION_TIMEOUT 180)
+set(MEDIACORE_STRESS_TIMEOUT 300)
+set(MEDIACORE_TEST_ENVIRONMENT "")
+if(MEDIACORE_SANITIZE)
+  set(MEDIACORE_UNIT_TIMEOUT 240)
+  set(MEDIACORE_INTEGRATION_TIMEOUT 600)
+  set(MEDIACORE_STRESS_TIMEOUT 900)
+  # One variable a build: discovered cases take no list. The others' checks end a program at compile time's choice.
+  if(MEDIACORE_SANITIZE MATCHES "thread")
+    set(MEDIACORE_TEST_ENVIRONMENT "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
+  else()
+    set(MEDIACORE_TEST_ENVIRONMENT
+      "ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1:allocator_may_return_null=1")
+  endif()
+endif()
+
+# The services by themselves, for the tests that need no movie.
+add_library(mc_services_for_tests STATIC $<TARGET_OBJECTS:mc_services_system> $<TARGET_OBJECTS:mc_services_buffer>
+  $<TARGET_OBJECTS:mc_services_file> $<TARGET_OBJECTS:mc_services_metadata>)
+target_link_libraries(mc_services_for_tests PUBLIC mc_flags PRIVATE ${MEDIACORE_SYSTEM_LIBRARIES})
+
+# The kit brings the whole library, private headers included, and what the tests share.
+file(GLOB_RECURSE kit_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/kit/*.cpp)
+if(NOT kit_sources)
+  set(kit_sources ${CMAKE_SOURCE_DIR}/cmake/empty.cpp)
+endif()
+add_library(mc_test_kit STATIC ${kit_sources})
+target_link_libraries(mc_test_kit PUBLIC mediacore_static mc_flags GTest::gmock)
+
+# Reading the headers of the test framework is most of a small test's compile. Not with ccache, which then hits nothing.
+set(MEDIACORE_PCH OFF)
+if(NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(MEDIACORE_PCH ON)
+  # A program as the tests are, since only the same flags make the same headers.
+  add_executable(mc_test_pch EXCLUDE_FROM_ALL ${CMAKE_SOURCE_DIR}/cmake/empty.cpp)
+  target_link_libraries(mc_test_pch PRIVATE mc_flags GTest::gmock GTest::gtest_main)
+  target_precompile_headers(mc_test_pch PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+endif()
+
+foreach(label unit integration stress)
+  add_custom_target(tests_${label})
+endforeach()
+
+# One program of the sources given; nothing when there is none, or when the program stands already.
+function(mc_test_program name label sources)
+  if(TARGET ${name} OR NOT sources OR NOT label IN_LIST MEDIACORE_TEST_LABELS)
+    return()
+  endif()
+  add_executable(${name} ${sources})
+  target_link_libraries(${name} PRIVATE ${ARGN} mc_flags GTest::gmock GTest::gtest_main)
+  if(MEDIACORE_PCH)
+    target_precompile_headers(${name} REUSE_FROM mc_test_pch)
+  endif()
+  if(TARGET mediacore_tool AND label STREQUAL "integration")
+    target_compile_definitions(${name} PRIVATE MEDIACORE_TOOL="$<TARGET_FILE:mediacore_tool>")
+    add_dependencies(${name} mediacore_tool)
+  endif()
+  add_dependencies(tests_${label} ${name})
+  string(TOUPPER ${label} upper)
+  # Each case is a process of its own, found when the tests are run: a program that was not built or can't list its
+  # cases is a failed test and not a missing one.
+  gtest_discover_tests(${name} TEST_PREFIX ${MEDIACORE_TEST_PREFIX}${name}. DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    NO_PRETTY_VALUES NO_PRETTY_TYPES
+    PROPERTIES LABELS ${label} TIMEOUT ${MEDIACORE_${upper}_TIMEOUT} ENVIRONMENT "${MEDIACORE_TEST_ENVIRONMENT}")
+endfunction()
+
+# mc_test(name folder label libraries...): one program of every source below the folder.
+function(mc_test name folder label)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${folder}/*.cpp)
+  mc_test_program(${name} ${label} "${sources}" ${ARGN})
+endfunction()
+
+mc_test(test_support tests/unit/support unit mc_services_for_tests)
+mc_test(test_services_system tests/unit/services_system unit mc_services_for_tests)
+mc_test(test_services_buffer tests/unit/services_buffer unit mc_services_for_tests)
+mc_test(test_services_file tests/unit/services_file unit mc_services_for_tests)
+mc_test(test_services_metadata tests/unit/services_metadata unit mc_services_for_tests)
+
+# Whatever is not named above links the kit.
+function(mc_find_tests root label)
+  file(GLOB folders CONFIGURE_DEPENDS LIST_DIRECTORIES true ${CMAKE_SOURCE_DIR}/tests/${root}/*)
+  foreach(folder IN LISTS folders)
+    if(IS_DIRECTORY ${folder})
+      cmake_path(GET folder FILENAME leaf)
+      if(label STREQUAL "unit")
+        mc_test(test_${leaf} tests/${root}/${leaf} ${label} mc_test_kit)
+      else()
+        mc_test(test_${label}_${leaf} tests/${root}/${leaf} ${label} mc_test_kit)
+      endif()
+    endif()
+  endforeach()
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${root}/*.cpp)
+  mc_test_program(test_${label} ${label} "${sources}" mc_test_kit)
+endfunction()
+
+mc_find_tests(unit unit)
+mc_find_tests(integration integration)
+mc_find_tests(stress stress)

@@ -1,0 +1,55 @@
+#include "mediautil/object/media_obj_impl.h"
+#include "services/system/msg_clamp.h"
+#include "shared/include/description/media_clip_desc.h"
+#include "shared/include/description/media_track_desc.h"
+#include "shared/include/io/media_io_buf.h"
+#include "shared/include/io/media_read_req.h"
+#include "shared/include/object/core_subsystem.h"
+#include "shared/include/object/media_obj.h"
+
+// The roads of a read that begin at a movie. A movie is const on them: nothing changes but the file handles of its
+// list.
+
+namespace {
+
+// Closes a track's other secondary files for a client, so that one who moves through a movie keeps at most one open.
+void closeOthers(const MediaObj& obj, const MediaSampleInMovie& sample) {
+    if (sample.m_trackIndex >= obj.getTrackCount()) return;
+    const MediaTrackDesc* track = obj.getTrackAt(sample.m_trackIndex);
+    MediaIdRec* const primary = obj.getMediaId(0);
+    for (unsigned i = 0; i < track->getClipCount(); ++i) {
+        MediaIdRec* const id = track->getClip(i)->getMediaId();
+        if (id != primary && id != sample.m_mediaId) obj.close(id, sample.m_agent).discard();
+    }
+}
+
+// A null handle is told by the list, so the result of getting one isn't looked at.
+AutoRefPtr<BasicFileIO> readHandle(const MediaObj& obj, const MediaSampleInMovie& sample) {
+    OpResult result(OpResult::Ok);
+    AutoRefPtr<BasicFileIO> fp = obj.getFp(result, sample.m_mediaId, false, sample.m_agent);
+    result.discard();
+    return fp;
+}
+
+}  // namespace
+
+OpResult MediaObj::vaRead(const MediaReadReq& req) const {
+    const MediaSampleInMovie& sample = req.m_sample;
+    if (!sample.hasSize() || !sample.hasOffset()) return MO_ERROR(MediaCode::InternalError, nullptr);
+    if (sample.m_closeOther) closeOthers(*this, sample);
+    return m_impl->m_fileList.read(req, readHandle(*this, sample), isRecording());
+}
+
+OpResult MediaObj::vsRead(const MediaSampleInMovie& sample, MediaIoBuf& buf) const {
+    return m_impl->m_fileList.read(sample, buf, readHandle(*this, sample));
+}
+
+OpResult MediaObj::saRead(const MediaReadReq& req) {
+    AutoReleasePtr<MediaObj> obj(getOpenObj(req.m_sample.m_pathId));
+    if (obj.get() == nullptr) {
+        static MsgClamp clamp;
+        clamp.error("MO::saRead: no object for %s\n", req.toString().get());
+        return MO_WARNING(MediaCode::InternalError, nullptr);
+    }
+    return obj->vaRead(req);
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "tools/exit_code.h"
+#include "tools/options.h"
+#include "tools/output.h"
+
+// The commands, each in the source of its name. They tell their failures themselves and answer how the program ends.
+ExitCode runInfo(const InfoOptions& options, Output& output);
+ExitCode runRead(const ReadOptions& options, bool quiet, Output& output);
+ExitCode runFrames(const FramesOptions& options, Output& output);
+ExitCode runFormats(Output& output);
+ExitCode runGenerate(const GenerateOptions& options, Output& output);

@@ -1,0 +1,54 @@
+#include "tools/help_examples.h"
+
+#include <array>
+
+namespace {
+
+struct Example {
+    const char* m_command;
+    const char* m_text;
+};
+
+constexpr std::array<Example, 5> s_examples = {{
+    {"info",
+     "mediacore info interview.wav\n"
+     "    what the movie is, its tracks, clips and files\n"
+     "mediacore info --json *.wav | jq -r '.movies[] | select(.error) | .path'\n"
+     "    which of these files can't be opened\n"
+     "mediacore info --field durationSeconds interview.wav\n"
+     "    one bare value\n"
+     "mediacore info -- -odd-name.wav\n"
+     "    a name that looks like an option\n"},
+    {"read",
+     "mediacore read interview.wav --track audio0 -o interview.pcm\n"
+     "    all samples, as they lie in the file\n"
+     "mediacore read interview.wav --track audio0 --from 48000 --count 96000 | \\\n"
+     "        ffplay -f s16le -ar 48000 -ac 2 -\n"
+     "    two seconds from the first second on\n"
+     "mediacore read interview.wav --track audio0 -o part.pcm --json --progress=none\n"
+     "    what was read, as a document\n"},
+    {"frames",
+     "mediacore frames interview.wav --track audio0 --count 5\n"
+     "    where the samples of the first five video frames lie\n"
+     "mediacore frames interview.wav --json | jq '.frames[0].offset'\n"
+     "    the place of the first sample\n"},
+    {"formats",
+     "mediacore formats\n"
+     "    the formats that can be read and written\n"
+     "mediacore formats --json | jq -r '.formats[] | select(.role == \"reader\") | .suffixes[]'\n"
+     "    the suffixes of readable files\n"},
+    {"generate",
+     "mediacore generate bash-completion > /etc/bash_completion.d/mediacore\n"
+     "    completion for every user\n"
+     "mediacore generate man | man -l -\n"
+     "    the manual\n"},
+}};
+
+}  // namespace
+
+std::string helpExamples(const std::string& command) {
+    for (const Example& example : s_examples) {
+        if (command == example.m_command) return example.m_text;
+    }
+    return "";
+}

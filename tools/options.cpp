@@ -1,0 +1,322 @@
+#include "tools/options.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <map>
+
+#include "tools/help_examples.h"
+#include "tools/text_form.h"
+
+// The only source that knows the library for command lines, which is slow to compile.
+
+namespace {
+
+// Marks an argument that is to be taken as it stands.
+constexpr char s_guard = '\x01';
+
+const std::map<std::string, ProgressKind>& progressKinds() {
+    static const std::map<std::string, ProgressKind> kinds = {{"bar", ProgressKind::Bar},
+                                                              {"plain", ProgressKind::Plain},
+                                                              {"json", ProgressKind::Json},
+                                                              {"none", ProgressKind::None}};
+    return kinds;
+}
+
+// The parser reads meaning into names such as "[a,b]", "{}", "++" and the empty one, and forgets a "--" behind some
+// options. So what could be a name gets a mark in front, and so does everything behind "--".
+std::vector<std::string> guarded(int argc, const char* const* argv) {
+    std::vector<std::string> arguments;
+    bool namesOnly = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (!namesOnly && argument == "--") {
+            namesOnly = true;
+        } else if (namesOnly || argument.empty() || argument.find_first_of("[{+\x01") == 0) {
+            arguments.push_back(s_guard + argument);
+        } else {
+            arguments.push_back(argument);
+        }
+    }
+    return arguments;
+}
+
+void unguard(std::string& text) {
+    if (!text.empty() && text[0] == s_guard) text.erase(0, 1);
+}
+
+// --from and MEDIACORE_FROM.
+std::string variableOf(const CLI::Option& option) {
+    if (option.get_lnames().empty()) return "";
+    std::string name = "MEDIACORE_";
+    for (const char c : option.get_lnames().front()) {
+        name += c == '-' ? '_' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    return name;
+}
+
+// The tree of options, and where its values go. Numbers stay texts until it is known which command was given: the
+// environment is read for all of them.
+class OptionTree {
+public:
+    OptionTree() : m_app("Opens, describes and reads movies.", "mediacore") {
+        m_app.set_help_flag("-h,--help", "Print this help and end");
+        m_app.set_version_flag("--version", "mediacore " MEDIACORE_VERSION, "Print the version and end");
+        m_app.require_subcommand(1);
+        addFlag(&m_app, "-q,--quiet", m_options.m_quiet, "No progress and no log; failures are told all the same");
+        m_app.add_flag("-v,--verbose", m_verbosity, "Show the library's warnings and notes; twice: its debug output")
+            ->envname("MEDIACORE_VERBOSE");
+        m_app.footer("Exit codes:\n" + exitCodes() +
+                     "'mediacore COMMAND --help' shows a command's options and examples.");
+        addInfo();
+        addRead();
+        addFrames();
+        addFormats();
+        addGenerate();
+    }
+
+    CLI::App& app() { return m_app; }
+
+    // Requires: a parse that went well. Fails: throws for a value that isn't what its option takes.
+    Options finish() {
+        Options options = m_options;
+        options.m_verbosity = static_cast<unsigned>(m_verbosity < 0 ? 0 : m_verbosity);
+        const CLI::App* chosen = m_app.get_subcommands().front();
+        options.m_command = m_commands.at(chosen->get_name());
+        if (options.m_command == Command::Read) options.m_read.m_progress = progressOf(m_progress);
+        if (options.m_command == Command::Read) finish(m_readNumbers, options.m_read.m_range);
+        if (options.m_command == Command::Frames) finish(m_frameNumbers, options.m_frames.m_range);
+        for (std::string& file : options.m_info.m_files)
+            unguard(file);
+        for (RangeOptions* range : {&options.m_read.m_range, &options.m_frames.m_range})
+            unguard(range->m_file);
+        unguard(options.m_read.m_target);
+        return options;
+    }
+
+private:
+    struct Numbers {
+        std::string m_from;
+        std::string m_count;
+    };
+
+    static std::string exitCodes() {
+        std::string text;
+        for (const ExitCodeText& code : s_exitCodeTexts) {
+            const std::string number = std::to_string(static_cast<int>(code.m_code));
+            text += "  " + number + std::string(5 - number.size(), ' ') + code.m_text + "\n";
+        }
+        return text + "\n";
+    }
+
+    static std::optional<unsigned long long> countOf(const char* option, const std::string& text) {
+        if (text.empty()) return std::nullopt;
+        const std::optional<unsigned long long> count = parseCount(text);
+        if (!count) throw CLI::ValidationError(option, "not a number: " + text);
+        return count;
+    }
+
+    static void finish(const Numbers& numbers, RangeOptions& range) {
+        range.m_from = countOf("--from", numbers.m_from);
+        range.m_count = countOf("--count", numbers.m_count);
+    }
+
+    static ProgressKind progressOf(const std::string& text) {
+        if (text.empty()) return ProgressKind::Auto;
+        const auto found = progressKinds().find(text);
+        if (found == progressKinds().end())
+            throw CLI::ValidationError("--progress", "not one of bar, plain, json, none: " + text);
+        return found->second;
+    }
+
+    CLI::App* addCommand(const char* name, Command command, const char* text) {
+        CLI::App* sub = m_app.add_subcommand(name, text);
+        m_commands[name] = command;
+        sub->fallthrough();
+        sub->footer("Examples:\n" + helpExamples(name));
+        return sub;
+    }
+
+    // Every long option can be given by the environment too.
+    template <typename T>
+    static CLI::Option* addOption(CLI::App* sub, const char* names, T& value, const char* typeName, const char* text) {
+        CLI::Option* option = sub->add_option(names, value, text)->type_name(typeName);
+        return option->envname(variableOf(*option))->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    }
+
+    static void addFlag(CLI::App* sub, const char* names, bool& value, const char* text) {
+        CLI::Option* option = sub->add_flag(names, value, text);
+        option->envname(variableOf(*option))->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    }
+
+    static void addOutput(CLI::App* sub, OutputOptions& output, const char* jsonText, const char* field) {
+        addFlag(sub, "--json", output.m_json, jsonText);
+        const std::string text = std::string("Print one bare value of the document, such as ") + field;
+        addOption(sub, "--field", output.m_field, "NAME", text.c_str());
+    }
+
+    void addRange(CLI::App* sub, RangeOptions& range, Numbers& numbers, const char* unit) {
+        sub->add_option("FILE", range.m_file, "The movie")->required()->type_name("");
+        addOption(sub, "--track", range.m_track, "TRACK",
+                  "The track, such as audio0; may be left out if there is one only");
+        addOption(sub, "--from", numbers.m_from, "N",
+                  (std::string("First ") + unit + "; the start without it").c_str());
+        addOption(sub, "--count", numbers.m_count, "N",
+                  (std::string("How many ") + unit + "s; all that follow without it").c_str());
+    }
+
+    void addInfo() {
+        CLI::App* sub = addCommand("info", Command::Info, "Tell what movies are: tracks, clips, files");
+        sub->add_option("FILE", m_options.m_info.m_files, "Movies")->required()->type_name("...");
+        addOutput(sub, m_options.m_info.m_output, "Print one JSON document (docs/schema/info.json)", "movies.0.frames");
+    }
+
+    void addRead() {
+        ReadOptions& read = m_options.m_read;
+        CLI::App* sub = addCommand("read", Command::Read, "Copy a track's samples out, byte for byte");
+        addRange(sub, read.m_range, m_readNumbers, "sample");
+        addOption(sub, "-o,--output", read.m_target, "OUT",
+                  "Where the bytes go; - is standard output, which is the default");
+        addOption(sub, "--progress", m_progress, "KIND",
+                  "bar, plain, json or none, on standard error; a bar on a terminal");
+        addOutput(sub, read.m_output, "Print what was read as one JSON document (docs/schema/read.json); needs -o FILE",
+                  "read.bytes");
+    }
+
+    void addFrames() {
+        FramesOptions& frames = m_options.m_frames;
+        CLI::App* sub = addCommand("frames", Command::Frames, "Tell where the samples of each video frame lie");
+        addRange(sub, frames.m_range, m_frameNumbers, "frame");
+        addOutput(sub, frames.m_output, "Print one JSON document (docs/schema/frames.json)", "frames.0.offset");
+    }
+
+    void addFormats() {
+        CLI::App* sub = addCommand("formats", Command::Formats, "List the formats that can be read and written");
+        addOutput(sub, m_options.m_formats.m_output, "Print one JSON document (docs/schema/formats.json)",
+                  "formats.0.name");
+    }
+
+    void addGenerate() {
+        GenerateOptions& generate = m_options.m_generate;
+        CLI::App* sub = addCommand("generate", Command::Generate, "Print the completion for bash, or the manual");
+        sub->add_option("WHAT", generate.m_what, "What to print")
+            ->required()
+            ->type_name("")
+            ->check(CLI::IsMember({"bash-completion", "man"}));
+        addOutput(sub, generate.m_output, "Print it inside a JSON document (docs/schema/generate.json)",
+                  "generated.text");
+    }
+
+    CLI::App m_app;
+    Options m_options;
+    int m_verbosity = 0;
+    std::string m_progress;
+    Numbers m_readNumbers;
+    Numbers m_frameNumbers;
+    std::map<std::string, Command> m_commands;
+};
+
+std::vector<std::string> choicesOf(const std::string& name) {
+    if (name == "WHAT") return {"bash-completion", "man"};
+    std::vector<std::string> choices;
+    if (name == "progress") {
+        for (const auto& [text, kind] : progressKinds())
+            choices.push_back(text);
+    }
+    return choices;
+}
+
+OptionEntry entryOf(const CLI::Option& option) {
+    OptionEntry entry;
+    entry.m_text = option.get_description();
+    entry.m_variable = option.get_envname();
+    entry.m_takesFile = option.get_type_name() == "OUT" || option.get_name(true) == "FILE";
+    if (option.get_positional()) {
+        entry.m_names.push_back(option.get_name(true));
+        entry.m_choices = choicesOf(entry.m_names.front());
+        return entry;
+    }
+    for (const std::string& name : option.get_snames())
+        entry.m_names.push_back("-" + name);
+    for (const std::string& name : option.get_lnames())
+        entry.m_names.push_back("--" + name);
+    if (option.get_items_expected_max() > 0) entry.m_value = option.get_type_name();
+    if (!option.get_lnames().empty()) entry.m_choices = choicesOf(option.get_lnames().front());
+    return entry;
+}
+
+CommandEntry entryOf(const CLI::App& app, bool isProgram) {
+    CommandEntry entry;
+    entry.m_name = app.get_name();
+    entry.m_text = app.get_description();
+    if (!isProgram) entry.m_examples = helpExamples(entry.m_name);
+    for (const CLI::Option* option : app.get_options()) {
+        (option->get_positional() ? entry.m_positionals : entry.m_options).push_back(entryOf(*option));
+    }
+    return entry;
+}
+
+bool isTrue(const char* text) {
+    const std::string value = text != nullptr ? text : "";
+    return !value.empty() && value != "0" && value != "false" && value != "off" && value != "no";
+}
+
+// The parser says of an unknown command only that there is none.
+std::string usageMessage(const CLI::App& app, const CLI::Error& error) {
+    if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr || !app.get_subcommands().empty())
+        return error.what();
+    std::vector<std::string> rest = app.remaining();
+    if (rest.empty()) return "no command is given";
+    unguard(rest.front());
+    return (rest.front().starts_with("-") ? "no option " : "no command ") + rest.front();
+}
+
+// Whether a command line that couldn't be parsed asked for a document.
+bool wantsJson(int argc, const char* const* argv) {
+    for (int i = 1; i < argc && std::string(argv[i]) != "--"; ++i) {
+        if (std::string(argv[i]) == "--json") return true;
+    }
+    return isTrue(std::getenv("MEDIACORE_JSON"));
+}
+
+}  // namespace
+
+const OutputOptions& Options::output() const {
+    switch (m_command) {
+        case Command::Read:
+            return m_read.m_output;
+        case Command::Frames:
+            return m_frames.m_output;
+        case Command::Formats:
+            return m_formats.m_output;
+        case Command::Generate:
+            return m_generate.m_output;
+        default:
+            return m_info.m_output;
+    }
+}
+
+ParsedOptions parseOptions(int argc, const char* const* argv) {
+    ParsedOptions parsed;
+    OptionTree tree;
+    try {
+        std::vector<std::string> arguments = guarded(argc, argv);
+        tree.app().parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        parsed.m_options = tree.finish();
+    } catch (const CLI::CallForHelp&) {
+        parsed.m_text = tree.app().help();
+    } catch (const CLI::CallForVersion& version) {
+        parsed.m_text = std::string(version.what()) + "\n";
+    } catch (const CLI::Error& error) {
+        parsed.m_failure = Failure::usage(usageMessage(tree.app(), error));
+        parsed.m_options.m_info.m_output.m_json = wantsJson(argc, argv);
+    }
+    return parsed;
+}
+
+std::vector<CommandEntry> describeCommands() {
+    OptionTree tree;
+    std::vector<CommandEntry> commands = {entryOf(tree.app(), true)};
+    for (const CLI::App* sub : tree.app().get_subcommands({}))
+        commands.push_back(entryOf(*sub, false));
+    return commands;
+}

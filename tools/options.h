@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/failure.h"
+
+// The command line as plain values. Names of files are bytes and stay as they were given.
+
+enum class Command : std::uint32_t { None, Info, Read, Frames, Formats, Generate };
+enum class ProgressKind : std::uint32_t { Auto, Bar, Plain, Json, None };
+
+struct OutputOptions {
+    bool m_json = false;
+    std::string m_field;  // "a.b"; empty for none
+
+    bool wantsDocument() const { return m_json || !m_field.empty(); }
+};
+
+struct InfoOptions {
+    std::vector<std::string> m_files;
+    OutputOptions m_output;
+};
+
+// A part of a track. Without a number the part runs from the start, or to the end.
+struct RangeOptions {
+    std::string m_file;
+    std::string m_track;  // such as audio0; empty for the only one
+    std::optional<unsigned long long> m_from;
+    std::optional<unsigned long long> m_count;
+};
+
+struct ReadOptions {
+    RangeOptions m_range;  // samples
+    std::string m_target;  // "-" is standard output, empty is standard output unless that is a terminal
+    ProgressKind m_progress = ProgressKind::Auto;
+    OutputOptions m_output;
+};
+
+struct FramesOptions {
+    RangeOptions m_range;  // frames
+    OutputOptions m_output;
+};
+
+struct FormatsOptions {
+    OutputOptions m_output;
+};
+
+struct GenerateOptions {
+    std::string m_what;  // "bash-completion" or "man"
+    OutputOptions m_output;
+};
+
+struct Options {
+    Command m_command = Command::None;
+    bool m_quiet = false;
+    unsigned m_verbosity = 0;  // how many -v
+    InfoOptions m_info;
+    ReadOptions m_read;
+    FramesOptions m_frames;
+    FormatsOptions m_formats;
+    GenerateOptions m_generate;
+
+    // Of the command that was given.
+    const OutputOptions& output() const;
+};
+
+// What a command line comes to: options to run with, a text to print and no more, or a failure.
+struct ParsedOptions {
+    Options m_options;
+    std::string m_text;                // help or version
+    std::optional<Failure> m_failure;  // the command line is wrong
+};
+
+// Thread: one at a time.
+ParsedOptions parseOptions(int argc, const char* const* argv);
+
+// One option of the tree, for completion and manual.
+struct OptionEntry {
+    std::vector<std::string> m_names;  // with their dashes; a positional has one name without
+    std::string m_value;               // what stands for the value, empty for a flag
+    std::string m_text;
+    std::string m_variable;              // of the environment, empty for none
+    std::vector<std::string> m_choices;  // empty when any value will do
+    bool m_takesFile = false;
+};
+
+struct CommandEntry {
+    std::string m_name;
+    std::string m_text;
+    std::vector<OptionEntry> m_options;
+    std::vector<OptionEntry> m_positionals;
+    std::string m_examples;  // lines, written by hand
+};
+
+// The whole tree; the first entry is the program itself.
+std::vector<CommandEntry> describeCommands();

@@ -1,0 +1,53 @@
+#include "tools/track_samples.h"
+
+#include <algorithm>
+
+#include "shared/include/description/media_clip_desc.h"
+#include "shared/include/description/media_track_desc.h"
+#include "shared/include/index/media_edit_desc.h"
+#include "shared/include/index/media_offset_lookup.h"
+#include "shared/include/index/media_sample_req.h"
+#include "shared/include/object/core_subsystem.h"
+#include "shared/include/object/media_obj.h"
+
+TrackSamples::TrackSamples(const MediaTrackDesc& track) : m_path(track.getObj().getPath(nullptr)) {
+    for (unsigned i = 0; i < track.getClipCount(); ++i) {
+        const MediaClipDesc& clip = *track.getClip(i);
+        const unsigned edits = clip.getEditCount();
+        for (unsigned k = 0; k < edits; ++k)
+            add(clip, clip.getEdit(k)->getIn(), clip.getEdit(k)->getLength());
+        if (edits == 0) add(clip, 0, clip.getLength());
+    }
+}
+
+void TrackSamples::add(const MediaClipDesc& clip, unsigned long long first, unsigned long long count) {
+    if (count == 0) return;
+    m_spans.push_back(Span{&clip, m_count, first, count});
+    m_count += count;
+}
+
+const TrackSamples::Span& TrackSamples::spanAt(unsigned long long at) const {
+    const auto behind = std::upper_bound(m_spans.begin(), m_spans.end(), at,
+                                         [](unsigned long long place, const Span& span) { return place < span.m_at; });
+    return *(behind - 1);
+}
+
+bool TrackSamples::locate(unsigned long long at, unsigned long long most, unsigned bytes, MediaSampleInMovie& where,
+                          std::optional<Failure>& failure) const {
+    const Span& span = spanAt(at);
+    const MediaOffsetLookup* lookup = span.m_clip->getLookup();
+    const unsigned size = lookup != nullptr ? lookup->getFixedSize() : 0;
+    // Samples that differ in size are asked for one by one: each lies where it likes.
+    const unsigned long long fitting = size == 0 ? 1 : std::max(1u, bytes / size);
+    const unsigned long long count = std::min({most, fitting, span.m_at + span.m_count - at});
+    OpResult result;
+    const MediaPlayReq request(span.m_first + (at - span.m_at), static_cast<unsigned>(count));
+    if (span.m_clip->getMediaOffset(request, where, result) && where.m_count > 0) return true;
+    if (!result) {
+        failure = Failure::from(result, m_path);
+    } else {
+        failure = Failure::make(ExitCode::IoError, MediaCode::ReadError, m_path,
+                                "the index ends before sample " + std::to_string(at));
+    }
+    return false;
+}
