@@ -73,6 +73,11 @@ void CacheProbe::clearQueue() const MO_NO_THREAD_SAFETY_ANALYSIS {
     m_cache.m_rereadQueue.clear();
 }
 
+void CacheProbe::stopNews() const {
+    FsFileIO::finishCb(m_cache.getCbInfo());
+    clearQueue();
+}
+
 bool CacheProbe::serveOne() const {
     CachedMediaObj::ReadingElement element{BasicIOTypes::Change()};
     if (!m_cache.nextToReread(element)) return false;

@@ -52,6 +52,9 @@ public:
     // The force flag of a file's element; nothing when the file isn't queued.
     std::optional<bool> queuedForce(OsPathId id) const;
     void clearQueue() const;
+    // From here on the watch tells nothing more of the files that are in the cache, and the queue is empty: only the
+    // test brings news.
+    void stopNews() const;
     // What the thread does at a tick with the queue. False when it was empty.
     bool serveOne() const;
 
