@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "services/file/fs_file_io.h"
+
 namespace {
 
 template <class Lock>
