@@ -54,6 +54,8 @@ endif()
 
 # --- the first program of the README is the example that is built and run ---
 mc_check(readme_program COMMAND ${CMAKE_COMMAND} -DROOT=${CMAKE_SOURCE_DIR} -P ${CMAKE_SOURCE_DIR}/cmake/check_readme.cmake)
+mc_check(back_end_page COMMAND ${CMAKE_COMMAND} -DROOT=${CMAKE_SOURCE_DIR}
+  -P ${CMAKE_SOURCE_DIR}/cmake/check_back_end_page.cmake)
 
 # --- each example runs ---
 if(MEDIACORE_TOOLS)
@@ -68,7 +70,7 @@ endif()
 if(MEDIACORE_TOOLS)
   set(consumer -DROOT=${CMAKE_SOURCE_DIR} -DBUILD=${CMAKE_BINARY_DIR} -DCXX=${CMAKE_CXX_COMPILER}
     -DPREFIX=${CMAKE_BINARY_DIR}/consumers/prefix -DLIBDIR=${CMAKE_INSTALL_LIBDIR})
-  foreach(step install cmake_shared cmake_static pkgconfig_shared pkgconfig_static moved)
+  foreach(step install cmake_shared cmake_static pkgconfig_shared pkgconfig_static moved back_end)
     mc_check(client.${step} COMMAND ${CMAKE_COMMAND} ${consumer} -DSTEP=${step}
       -P ${CMAKE_SOURCE_DIR}/cmake/check_consumer.cmake)
     if(step STREQUAL "install")

@@ -54,6 +54,7 @@ struct MovieScript {
     std::shared_ptr<Gate> m_parseGate;  // the parse stands here until it is opened
     std::shared_ptr<Gate> m_closeGate;  // so does every close of the whole movie
     bool m_morph = false;               // the object comes in a morph
+    bool m_entersPath = false;          // the reader enters the file by its path instead of the handle
     // Behaviour of the object.
     bool m_accept = true;  // what acceptReplacement answers
     std::uint32_t m_state = 0;

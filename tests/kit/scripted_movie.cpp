@@ -163,7 +163,11 @@ ScriptedMovie::ScriptedMovie(const MovieScript& script, const std::string& path,
 
 ScriptedMovie::ScriptedMovie(const MovieScript& script, const AutoRefPtr<BasicFileIO>& file, MediaFileType type)
     : MediaObj(0, CacheRefValue::Cached) {
-    allocMediaId(file);
+    if (script.m_entersPath) {
+        allocMediaId(file->getPath());
+    } else {
+        allocMediaId(file);
+    }
     build(script, type, file->writable());
 }
 

@@ -393,6 +393,34 @@ TEST_F(OpenReader, MissingMediaIsNotLookedForUnderItsSwitch) {
     movie->release();
 }
 
+TEST_F(OpenReader, FileThatHoldsItsMediaIsAdvisedLargeStripesWhereNoAdviceWasGiven) {
+    MovieScript script = MovieScript::ofTracks(1, 48000);
+    script.m_entersPath = true;
+    ScriptedMovie* movie = open(scripted("a.hdcam", script));
+    EXPECT_EQ(movie->getContainment(), MediaContainment::Embedded);
+    EXPECT_EQ(movie->impl().m_fileList.getSizeAdvice(0), BasicIOTypes::SizeAdvice::LargeStripe);
+    movie->release();
+    // Advice that was given stays: a handle counts as a header file's while it is identified.
+    movie = open(scripted("b.hdcam", m_one));
+    EXPECT_EQ(movie->impl().m_fileList.getSizeAdvice(0), BasicIOTypes::SizeAdvice::SmallStripe);
+    movie->release();
+}
+
+TEST_F(OpenReader, FileWhoseMediaLieElsewhereIsNotAdvisedNorIsAnyUnderTheSwitch) {
+    MovieScript script = MovieScript::ofTracks(1, 48000);
+    script.m_entersPath = true;
+    script.m_tracks[0].m_clips[0].m_container = MediaContainment::ByRef;
+    ScriptedMovie* movie = open(scripted("a.hdcam", script));
+    EXPECT_EQ(movie->getContainment(), MediaContainment::ByRef);
+    EXPECT_EQ(movie->impl().m_fileList.getSizeAdvice(0), BasicIOTypes::SizeAdvice::None);
+    movie->release();
+    script.m_tracks[0].m_clips[0].m_container = MediaContainment::Embedded;
+    mediaObjDbg.setBit(MediaDbg::IgnoreMissingMedia);
+    movie = open(scripted("b.hdcam", script));
+    EXPECT_EQ(movie->impl().m_fileList.getSizeAdvice(0), BasicIOTypes::SizeAdvice::None);
+    movie->release();
+}
+
 TEST_F(OpenReader, WaitsForTheEndOfAMorphAndTellsSoUnderItsSwitch) {
     const std::string path = m_tree.path("m.hdcam");
     Scripts::set(path, m_one);
