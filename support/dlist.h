@@ -147,6 +147,7 @@ public:
     DLinkedList(const char* name, unsigned int number) : DLinkedListBase(name, number) {}
 
     DLinkNode<T>* getHead() const { return static_cast<DLinkNode<T>*>(m_head); }
+    DLinkNode<T>* getTail() const { return static_cast<DLinkNode<T>*>(m_tail); }
     // Null on an empty list, as is popClient().
     T* getHeadClient() const { return m_head ? getHead()->getClient() : nullptr; }
     T* popClient() {
