@@ -7,11 +7,12 @@ endfunction()
 
 # --- the rules of the sources, and the proof that they see ---
 set(rules ${CMAKE_SOURCE_DIR}/tests/checks/source_rules)
-add_library(mc_source_rules STATIC ${rules}/source_tree.cpp ${rules}/include_rules.cpp ${rules}/word_rules.cpp)
+add_library(mc_source_rules STATIC ${rules}/source_tree.cpp ${rules}/include_rules.cpp ${rules}/word_rules.cpp
+  ${rules}/stand_in_rule.cpp)
 target_link_libraries(mc_source_rules PUBLIC mc_flags)
 add_executable(check_sources ${rules}/main.cpp)
 target_link_libraries(check_sources PRIVATE mc_source_rules)
-foreach(rule layers files waits exceptions)
+foreach(rule layers files waits exceptions stand_in)
   mc_check(${rule} COMMAND check_sources ${rule} ${CMAKE_SOURCE_DIR})
 endforeach()
 add_executable(test_source_rules ${rules}/source_rules_test.cpp)

@@ -87,8 +87,10 @@ FixedPoint<16> MediaObj::getMaxLength() const {
 }
 
 unsigned long long MediaObj::getSyncAdjustedFrame(unsigned long long frame, unsigned trackIndex) const {
+    const MediaTrackDesc* track = getTrackAt(trackIndex);
+    if (!track) return frame;
     unsigned long long adjusted = 0;  // an adjustment back past the first frame wraps
-    static_cast<void>(__builtin_add_overflow(frame, getTrackAt(trackIndex)->getSyncAdjustment(), &adjusted));
+    static_cast<void>(__builtin_add_overflow(frame, track->getSyncAdjustment(), &adjusted));
     return adjusted;
 }
 

@@ -79,7 +79,8 @@ bool MediaClipParam::sameSampleSizes(const MediaClipParam& other) const {
 
 // A rate that was rounded to hundredths is the exact one: they differ by less than a tick.
 bool MediaClipParam::sameSampleRate(const MediaClipParam& other) const {
-    if (m_sampleRate == other.m_sampleRate && m_ticksPerSample == other.m_ticksPerSample) return true;
+    // With the same ticks the difference is a whole number of them, of which the quotients below may lose a little.
+    if (m_ticksPerSample == other.m_ticksPerSample) return m_sampleRate == other.m_sampleRate;
     if (m_ticksPerSample == 0 || other.m_ticksPerSample == 0) return false;
     const FixedPoint<16> rate = FixedPoint<16>(m_sampleRate) / m_ticksPerSample;
     const FixedPoint<16> otherRate = FixedPoint<16>(other.m_sampleRate) / other.m_ticksPerSample;

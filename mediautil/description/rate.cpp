@@ -1,3 +1,4 @@
+#include "mediautil/description/real_rate.h"
 #include "mediautil/object/media_obj_impl.h"
 #include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_movie_desc.h"
@@ -20,29 +21,7 @@ FixedPoint<16> rateOfFirstClip(const MediaTrackDesc& track) {
 
 }  // namespace
 
-FixedPoint<16> MediaObj::getRealVideoRate(MediaVideoRate rate) {
-    switch (rate) {
-        case MediaVideoRate::Pal25:
-            return FixedPoint<16>(25);
-        case MediaVideoRate::Ntsc2997:
-            return FixedPoint<16>(30000) / 1001;
-        case MediaVideoRate::Film23976:
-            return FixedPoint<16>(24000) / 1001;
-        case MediaVideoRate::Film24:
-            return FixedPoint<16>(24);
-        case MediaVideoRate::Hz30:
-            return FixedPoint<16>(30);
-        case MediaVideoRate::Hz50:
-            return FixedPoint<16>(50);
-        case MediaVideoRate::Hz5994:
-            return FixedPoint<16>(60000) / 1001;
-        case MediaVideoRate::Hz60:
-            return FixedPoint<16>(60);
-        case MediaVideoRate::Unknown:
-            break;
-    }
-    return FixedPoint<16>(1);  // so that a division by the rate of an unknown standard is no fault
-}
+FixedPoint<16> MediaObj::getRealVideoRate(MediaVideoRate rate) { return realRate(rate); }
 
 MediaVideoRate MediaObj::getVideoRate(FixedPoint<16> rate) {
     static constexpr MediaVideoRate order[] = {

@@ -12,6 +12,9 @@ constexpr int s_firstMinute = 1800;  // of ten, the one that drops nothing
 constexpr int s_otherMinute = 1798;
 constexpr int s_dropped = 2;  // frame numbers left out at the start of every other minute
 
+// A record that is copied from, since one that is put together field by field and copied at once stalls the processor.
+constexpr MediaTimecode s_invalid;
+
 }  // namespace
 
 bool MediaTimecode::validateFast() {
@@ -20,12 +23,7 @@ bool MediaTimecode::validateFast() {
     return false;
 }
 
-void MediaTimecode::invalidate() { *this = MediaTimecode(); }
-
-int MediaTimecode::dropFactor() const {
-    const int fps = framesPerSecond();
-    return m_dropFrame && (fps == 30 || fps == 60) ? fps / 30 : 0;
-}
+void MediaTimecode::invalidate() { *this = s_invalid; }
 
 void MediaTimecode::setCounter(int counter, const FixedPoint<16>& rate, bool drop) {
     m_dropFrame = drop;
@@ -35,10 +33,17 @@ void MediaTimecode::setCounter(int counter, const FixedPoint<16>& rate, bool dro
 
 void MediaTimecode::setCounter(int counter) {
     if (!isValid()) return;
-    if (const int factor = dropFactor()) {
-        setDropCounter(counter, factor);
-        return;
+    switch (dropFactor()) {
+        case 1:
+            return setDropCounter<1>(counter);
+        case 2:
+            return setDropCounter<2>(counter);
+        default:
+            return setPlainCounter(counter);
     }
+}
+
+void MediaTimecode::setPlainCounter(int counter) {
     // 64 bits, so that no rate that a file may state overflows the frames of an hour.
     const long long fps = framesPerSecond();
     long long frames = counter;
@@ -48,26 +53,29 @@ void MediaTimecode::setCounter(int counter) {
     m_frames = static_cast<std::uint8_t>(frames);
 }
 
-void MediaTimecode::setDropCounter(int counter, int factor) {
-    m_hours = static_cast<std::uint8_t>(reduce(counter, factor * s_hour));
-    int minutes = 10 * reduce(counter, factor * s_tenMinutes);
-    if (counter >= factor * s_firstMinute) {
-        counter -= factor * s_firstMinute;
-        minutes += reduce(counter, factor * s_otherMinute) + 1;
-        counter += factor * s_dropped;
+// By a constant factor: every frame that is shown or recorded comes by, and divisions by constants are cheap.
+template <int Factor>
+void MediaTimecode::setDropCounter(int counter) {
+    m_hours = static_cast<std::uint8_t>(reduce(counter, Factor * s_hour));
+    int minutes = 10 * reduce(counter, Factor * s_tenMinutes);
+    if (counter >= Factor * s_firstMinute) {
+        counter -= Factor * s_firstMinute;
+        minutes += reduce(counter, Factor * s_otherMinute) + 1;
+        counter += Factor * s_dropped;
     }
     m_minutes = static_cast<std::uint8_t>(minutes);
-    m_seconds = static_cast<std::uint8_t>(reduce(counter, framesPerSecond()));
+    m_seconds = static_cast<std::uint8_t>(reduce(counter, Factor * 30));
     m_frames = static_cast<std::uint8_t>(counter);
 }
 
 int MediaTimecode::getCounter() const {
+    if (const int factor = dropFactor()) {
+        // Every tenth minute drops nothing.
+        const int minutes = m_minutes * s_otherMinute + m_minutes / 10 * s_dropped;
+        return factor * (m_hours * s_hour + minutes + m_seconds * 30) + m_frames;
+    }
     if (!isValid()) return 0;
     const long long fps = framesPerSecond();
-    if (const int factor = dropFactor()) {
-        const long long minutes = m_minutes / 10 * factor * s_tenMinutes + m_minutes % 10 * factor * s_otherMinute;
-        return static_cast<int>(m_hours * factor * s_hour + minutes + m_seconds * fps + m_frames);
-    }
     return static_cast<int>(((m_hours * 60 + m_minutes) * 60 + m_seconds) * fps + m_frames);
 }
 

@@ -3,6 +3,23 @@
 #include "shared/include/description/media_track_desc.h"
 #include "shared/include/index/media_edit_desc.h"
 
+namespace {
+
+// Ticks of the movie that a clip takes up. What a file's first edit skips at its start counts as part of its clip.
+FixedPoint<16> shownTicks(const MediaClipDesc& clip, bool first, unsigned int timeBase) {
+    const unsigned int ticks = clip.getTicksPerSample();
+    FixedPoint<16> length(clip.getLength() * ticks);
+    if (first && clip.getEditCount() != 0) length += FixedPoint<16>(clip.getEdit(0)->getIn() * ticks);
+    return clip.convertTo(length, timeBase);
+}
+
+// Positions round to the nearest sample: half a sample ahead of its start a clip begins already.
+FixedPoint<16> halfSample(const MediaClipDesc& clip, unsigned int timeBase) {
+    return clip.convertTo(FixedPoint<16>(clip.getTicksPerSample()), timeBase) / 2;
+}
+
+}  // namespace
+
 void MediaTrackDesc::close() const {
     for (unsigned int i = 0; i < getClipCount(); ++i)
         getClip(i)->close();
@@ -46,31 +63,57 @@ MediaIdRec* MediaTrackDesc::commonId() const {
     return common;
 }
 
-// Ticks of the movie that a clip takes up. What a file's first edit skips at its start counts as part of its clip.
-FixedPoint<16> MediaTrackDesc::shownTicks(const MediaClipDesc& clip, bool first) const {
-    const unsigned int ticks = clip.getTicksPerSample();
-    FixedPoint<16> length(clip.getLength() * ticks);
-    if (first && clip.getEditCount() != 0) length += FixedPoint<16>(clip.getEdit(0)->getIn() * ticks);
-    return clip.convertTo(length, getTimeBase());
+// The clip at a time before the last clip of several. On the way `start` becomes the start of what comes next.
+[[gnu::flatten]] const MediaClipDesc* MediaTrackDesc::clipBeforeLast(FixedPoint<16> time, unsigned int count,
+                                                                     FixedPoint<16>& start) const {
+    const unsigned int timeBase = getTimeBase();
+    FixedPoint<16> pos(0);
+    const MediaClipDesc* hit = nullptr;
+    for (unsigned int i = 0; i + 1 < count && !hit; ++i) {
+        const MediaClipDesc& clip = *getClip(i);
+        const FixedPoint<16> end = pos + shownTicks(clip, i == 0, timeBase);
+        // A time that is past the clip by itself is so with half a sample more, which is worked out only for the
+        // others.
+        if (time < end) {
+            const FixedPoint<16> rounded = time + halfSample(clip, timeBase);
+            if (rounded >= pos && rounded < end) hit = &clip;
+        }
+        if (!hit) pos = end;
+    }
+    start = pos;
+    return hit;
 }
 
-const MediaClipDesc* MediaTrackDesc::clipAt(FixedPoint<16> time, FixedPoint<16>& clipStart) const {
-    FixedPoint<16> pos(0);
-    clipStart = pos;
-    const unsigned int count = getClipCount();
-    for (unsigned int i = 0; i < count; ++i) {
+// The clip behind a seam to shorter samples: the time is past the clip before it by half of that one's sample, and not
+// yet at this clip by half of its own. Null with a start of 0 for what lies before all clips.
+const MediaClipDesc* MediaTrackDesc::clipBehindSeam(FixedPoint<16> time, unsigned int count,
+                                                    FixedPoint<16>& start) const {
+    const unsigned int timeBase = getTimeBase();
+    start = FixedPoint<16>(0);
+    for (unsigned int i = 0; i + 1 < count; ++i) {
         const MediaClipDesc& clip = *getClip(i);
-        const FixedPoint<16> end = pos + shownTicks(clip, i == 0);
-        // Rounds to the nearest sample: half a sample ahead of its start a clip begins already.
-        const FixedPoint<16> half = clip.convertTo(FixedPoint<16>(clip.getTicksPerSample()), getTimeBase()) / 2;
-        const FixedPoint<16> rounded = time + half;
-        if (rounded >= pos && (rounded < end || i + 1 == count)) {
-            clipStart = pos;
-            return &clip;
-        }
-        pos = end;
+        const MediaClipDesc& next = *getClip(i + 1);
+        start += shownTicks(clip, i == 0, timeBase);
+        const bool passed = time + halfSample(clip, timeBase) >= start;
+        if (passed && time + halfSample(next, timeBase) < start) return &next;
     }
+    start = FixedPoint<16>(0);
     return nullptr;
+}
+
+// A walk over all clips of a track for every position: what is the same for all of them is asked for once.
+const MediaClipDesc* MediaTrackDesc::clipAt(FixedPoint<16> time, FixedPoint<16>& clipStart) const {
+    clipStart = FixedPoint<16>(0);
+    const unsigned int count = getClipCount();
+    if (count == 0) return nullptr;
+    FixedPoint<16> start(0);
+    const MediaClipDesc* clip = count > 1 ? clipBeforeLast(time, count, start) : nullptr;
+    if (!clip) {
+        clip = getClip(count - 1);
+        if (time < start && time + halfSample(*clip, getTimeBase()) < start) clip = clipBehindSeam(time, count, start);
+    }
+    clipStart = start;
+    return clip;
 }
 
 MediaClipDesc* MediaTrackDesc::clipAt(FixedPoint<16> time, FixedPoint<16>& clipStart) {

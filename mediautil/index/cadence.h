@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "mediautil/description/real_rate.h"
 #include "shared/include/description/media_enums.h"
 #include "shared/include/index/sample_and_count.h"
 
@@ -120,29 +121,48 @@ constexpr SampleAndCount between(unsigned long long edge, unsigned long long nex
     return {edge, static_cast<std::uint32_t>(nextEdge - edge), 1};
 }
 
-template <std::uint32_t FramesPerSecond>
-constexpr SampleAndCount atWholeRate(std::uint32_t sampleRate, unsigned long long frame) {
-    const unsigned long long edge = frame * sampleRate;
-    return between(evenEdge(edge / FramesPerSecond), evenEdge((edge + sampleRate) / FramesPerSecond));
+// The edges of the frames of a rate. Whole samples are all that counts, so that a plain division by the exact rate,
+// which is a constant here, gives what the fixed-point quotient gives.
+// A count of 0 says that the product needs more than 64 bits.
+template <MediaVideoRate Rate>
+constexpr SampleAndCount atRate(std::uint32_t sampleRate, unsigned long long frame) {
+    constexpr long long rate = realRate(Rate).rawValue();
+    const long long samples = FixedPoint<16>(sampleRate).rawValue();  // of a second
+    long long end = 0;
+    if (frame == ~0ULL || __builtin_mul_overflow(frame + 1, samples, &end)) return {};
+    return between(evenEdge(static_cast<unsigned long long>((end - samples) / rate)),
+                   evenEdge(static_cast<unsigned long long>(end / rate)));
 }
 
-// The tables, and the edges of the frame rates that are whole numbers: what integers alone can answer exactly.
-// A count of 0 says that they can't.
-constexpr SampleAndCount inIntegers(MediaVideoRate rate, std::uint32_t sampleRate, unsigned long long frame) {
+constexpr SampleAndCount byEdges(MediaVideoRate rate, std::uint32_t sampleRate, unsigned long long frame) {
     switch (rate) {
         case MediaVideoRate::Pal25:
-            return atWholeRate<25>(sampleRate, frame);
+            return atRate<MediaVideoRate::Pal25>(sampleRate, frame);
+        case MediaVideoRate::Ntsc2997:
+            return atRate<MediaVideoRate::Ntsc2997>(sampleRate, frame);
+        case MediaVideoRate::Film23976:
+            return atRate<MediaVideoRate::Film23976>(sampleRate, frame);
         case MediaVideoRate::Film24:
-            return atWholeRate<24>(sampleRate, frame);
+            return atRate<MediaVideoRate::Film24>(sampleRate, frame);
         case MediaVideoRate::Hz30:
-            return atWholeRate<30>(sampleRate, frame);
+            return atRate<MediaVideoRate::Hz30>(sampleRate, frame);
         case MediaVideoRate::Hz50:
-            return atWholeRate<50>(sampleRate, frame);
+            return atRate<MediaVideoRate::Hz50>(sampleRate, frame);
+        case MediaVideoRate::Hz5994:
+            return atRate<MediaVideoRate::Hz5994>(sampleRate, frame);
         case MediaVideoRate::Hz60:
-            return atWholeRate<60>(sampleRate, frame);
-        default:
-            return byTable(rate, sampleRate, frame);
+            return atRate<MediaVideoRate::Hz60>(sampleRate, frame);
+        case MediaVideoRate::Unknown:
+            return atRate<MediaVideoRate::Unknown>(sampleRate, frame);
     }
+    return {};
+}
+
+// The tables, and the frames' edges where no table speaks: what integers alone can answer exactly.
+// A count of 0 says that they can't.
+constexpr SampleAndCount inIntegers(MediaVideoRate rate, std::uint32_t sampleRate, unsigned long long frame) {
+    const SampleAndCount tabled = byTable(rate, sampleRate, frame);
+    return tabled.m_count != 0 ? tabled : byEdges(rate, sampleRate, frame);
 }
 
 // Coded units of `ticks` samples that begin before an edge. Requires: `ticks` other than 0.

@@ -141,10 +141,11 @@ bool EssenceTracker::isInWritten(const Sample& sample) const {
 
 AutoPtr<char> EssenceTracker::toString() const {
     FormatStr text(128);
-    text.format("trk %u: drop=%u,hiw=%u,list[%u]={", m_track, m_drops, m_hiw, m_list.size());
+    text.format("trk %d: drop=%d,hiw=%d,list[%d]={", static_cast<int>(m_track), static_cast<int>(m_drops),
+                static_cast<int>(m_hiw), static_cast<int>(m_list.size()));
     for (const DLinkNode<SampleItem>* node = m_list.getHead(); node != nullptr; node = node->getNext())
         text += node->getClient()->toString();
-    text.format("}, free[%u]", m_free.size());
+    text.format("}, free[%d]", static_cast<int>(m_free.size()));
     return text;
 }
 

@@ -19,11 +19,23 @@ constexpr long long s_mostDrift = 6;  // samples that a block may lie off the fi
 // Bytes of a block. The product wraps at 32 bits, which is meant: places in every index follow this arithmetic.
 U64 blockBytes(std::uint32_t size, std::uint32_t count) { return static_cast<std::uint32_t>(U64{size} * count); }
 
-// Place of a whole DV frame that is asked for by its `count` samples: the nearest frame.
-// The last product wraps at 4 GiB, which is meant: places in every DV index follow this arithmetic.
-U64 dvFrameOffset(U64 base, std::uint32_t size, U64 sample, std::uint32_t count) {
-    const long long frame = (static_cast<long long>(sample * 1000) / static_cast<long long>(count) + 500) / 1000;
-    return base + static_cast<std::uint32_t>(size * static_cast<U64>(frame));
+// Place of a sample. False when it lies beyond what 64 bits can count: no file reaches there, wherever the sum wraps
+// to.
+bool placeOfSample(U64 base, std::uint32_t size, U64 sample, U64& offset) {
+    U64 bytes = 0;
+    const bool fits = !__builtin_mul_overflow(sample, size, &bytes);
+    return !__builtin_add_overflow(base, bytes, &offset) && fits;
+}
+
+// Place of a whole DV frame that is asked for by its `count` samples: the nearest frame. False when the sample is
+// beyond what the arithmetic can round. The last product wraps at 4 GiB, which is meant: places in every DV index
+// follow this arithmetic.
+bool placeOfDvFrame(U64 base, std::uint32_t size, U64 sample, std::uint32_t count, U64& offset) {
+    long long thousandths = 0;
+    const bool fits = !__builtin_mul_overflow(sample, 1000, &thousandths);
+    const long long frame = (thousandths / static_cast<long long>(count) + 500) / 1000;
+    offset = base + static_cast<std::uint32_t>(size * static_cast<U64>(frame));
+    return fits;
 }
 
 // Whole samples in a file; none in one that is shorter than its own header.
@@ -40,14 +52,14 @@ void describeSample(U64 sample, U64 offset, std::uint32_t size, U64 end, MediaSa
 // A block of samples, cut where the file ends. A block at the very end of a growing file is refused rather than served
 // with one or two samples.
 bool describeBlock(U64 sample, std::uint32_t count, U64 offset, std::uint32_t size, U64 end, MediaSampleDesc& desc) {
-    U64 blockEnd = offset + blockBytes(size, count);
-    if (blockEnd > end) {
+    U64 bytes = blockBytes(size, count);
+    if (bytes > end - offset) {
         const U64 left = (end - offset) / size;
         if (left < s_fewestOfBlock) return false;
         count = static_cast<std::uint32_t>(left);
-        blockEnd = offset + size * left;
+        bytes = size * left;
     }
-    desc.set(count, sample, offset, static_cast<std::uint32_t>(blockEnd - offset), 0, false);
+    desc.set(count, sample, offset, static_cast<std::uint32_t>(bytes), 0, false);
     return true;
 }
 
@@ -69,7 +81,7 @@ void reportRewrite(const MediaRecordReq& req, const MediaSampleDesc& desc) {
     static MsgClamp gapClamp;
     if (desc.m_gap < 0) {
         gapClamp.error("%u samples @%llu rewritten! (end @%llu)\n", req.m_count, req.m_sample,
-                       req.m_sample + static_cast<U64>(-desc.m_gap));
+                       req.m_sample - static_cast<U64>(desc.m_gap));
     }
 }
 
@@ -97,12 +109,14 @@ bool FixedMediaLookup::getMediaOffset(const MediaPlayReq& req, MediaSampleDesc& 
     const bool dvFrame = count != 1 && getClip().getEncoding() == MediaEncodingType::Dv;
     if (dvFrame && count == 0) return false;  // no samples make no frame
 
-    const U64 offset = dvFrame ? dvFrameOffset(m_baseOffset, size, sample, count) : m_baseOffset + size * sample;
+    U64 offset = 0;
+    const bool countable = dvFrame ? placeOfDvFrame(m_baseOffset, size, sample, count, offset)
+                                   : placeOfSample(m_baseOffset, size, sample, offset);
     U64 end = m_endOffset;
-    if (offset >= end) {
+    if (!countable || offset >= end) {
         if (!followFile(result)) return false;
         end = m_endOffset;
-        if (sample >= m_numSamples || offset >= end) {
+        if (!countable || sample >= m_numSamples || offset >= end) {
             desc.set(count, sample, offset, size, 0, false);
             return false;
         }

@@ -55,6 +55,10 @@ bool MediaOffsetLookup::addSamples(const MediaRecordReq& req, MediaSampleDesc& d
 
 OpResult MediaOffsetLookup::addEmptyEdit(unsigned long long) { return OpResult::Ok; }
 
+OpResult MediaOffsetLookup::adviseLookAhead(const MediaPlayReq&, bool, phantom_obAllocationId_t) {
+    return OpResult::Ok;
+}
+
 bool MediaOffsetLookup::appendChainedLookup(MediaOffsetLookup* next) {
     if (!next->needToBeChained()) return false;
     MediaOffsetLookup* last = this;

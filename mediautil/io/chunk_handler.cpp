@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "mediautil/io/chunk_alloc.h"
+#include "mediautil/io/sample_check.h"
 #include "services/system/log.h"
 #include "support/numeric.h"
 
@@ -10,24 +12,14 @@ namespace {
 // Made in static initialisation, that is, before any read, so that no read pays for the guard of a singleton.
 ChunkAlloc* const chunkAlloc = ChunkAlloc::getRef();
 
+// A process that ends without a shutdown ends the validation thread while all that this thread uses is alive.
+const struct ThreadEnd {
+    ~ThreadEnd() { chunkAlloc->stopThreadsCb(); }
+} s_threadEnd;
+
 const void* tagOf(unsigned number) { return reinterpret_cast<const void*>(static_cast<std::uintptr_t>(number)); }
 
 }  // namespace
-
-ChunkAlloc* ChunkAlloc::getRef() {
-    static ChunkAlloc* slot = nullptr;
-    return newSingleton(slot);
-}
-
-void* ChunkAlloc::alloc() {
-    ZarnexPosix::ScopeLock<ZarnexPosix::JMutex> lock(m_mutex);
-    return MemPoolAlloc::alloc(sizeof(ChunkHandler));
-}
-
-void ChunkAlloc::free(void* memory) {
-    ZarnexPosix::ScopeLock<ZarnexPosix::JMutex> lock(m_mutex);
-    MemPoolAlloc::free(static_cast<unsigned char*>(memory), sizeof(ChunkHandler));
-}
 
 void* ChunkHandler::operator new(std::size_t) noexcept { return chunkAlloc->alloc(); }
 
@@ -88,9 +80,19 @@ void ChunkHandler::store(const BasicIOTypes::ReadNotify& notify) {
 bool ChunkHandler::readCb(const BasicIOTypes::ReadNotify& notify) {
     store(notify);
     if (--m_pending != 0) return true;
-    deliver();
+    bool answer = true;
+    if (!m_ok || !join()) {
+        (void)m_req.m_cb->callCb(BasicIOTypes::ReadNotify(m_req.m_tag, m_status));
+    } else {
+        if (SampleCheck::wanted()) {
+            answer = chunkAlloc->asyncValidate(*this);
+            if (answer) return true;
+            // Without a thread the requester still gets his data: they are only not looked at.
+        }
+        giveWhole();
+    }
     delete this;
-    return true;
+    return answer;
 }
 
 // Appends what stands behind the first place to it.
@@ -106,12 +108,14 @@ bool ChunkHandler::join() {
     return true;
 }
 
-void ChunkHandler::deliver() {
-    if (m_ok && join()) {
-        phantom_OBUF* whole = m_bufs[0];
-        m_bufs[0] = nullptr;
-        (void)m_req.m_cb->callCb(BasicIOTypes::ReadNotify(whole, m_req.m_tag));
-    } else {
-        (void)m_req.m_cb->callCb(BasicIOTypes::ReadNotify(m_req.m_tag, m_status));
-    }
+void ChunkHandler::validateAndCallCb() {
+    SampleCheck::run(m_req.m_sample, false, m_bufs[0]);
+    giveWhole();
+    delete this;
+}
+
+void ChunkHandler::giveWhole() {
+    phantom_OBUF* const whole = m_bufs[0];
+    m_bufs[0] = nullptr;
+    (void)m_req.m_cb->callCb(BasicIOTypes::ReadNotify(whole, m_req.m_tag));
 }

@@ -1,17 +1,17 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 
 #include "services/file/basic_file_io.h"
-#include "services/system/locks.h"
 #include "shared/include/io/media_read_req.h"
 #include "support/atomic_ops.h"
 #include "support/bridge.h"
-#include "support/mem_pool_alloc.h"
-#include "support/singleton_helper.h"
+#include "support/dlist.h"
 
-// Fans one read of several chunks out to one file read per chunk, joins what arrives in any order and calls the
-// requester once. Whoever brings the pending count to 0 owns the handler from then on and destroys it.
+// Fans one read out to one file read per chunk, joins what arrives in any order and calls the requester once; with
+// `mediaValidate` on, from the validation thread, where the whole is looked at first. Whoever brings the pending count
+// to 0 owns the handler from then on, and hands it over or destroys it.
 // **Threads:** `readCb` runs on threads of the file layer, several at once, at different places of m_bufs.
 // **Owns:** the buffers that have arrived. Its memory comes from the process's pool of handlers.
 class ChunkHandler : public BridgeAnchor<ChunkHandler, const BasicIOTypes::ReadNotify&, bool> {
@@ -27,6 +27,12 @@ public:
     bool read(BasicFileIO* fp);
     // One chunk has ended.
     bool readCb(const BasicIOTypes::ReadNotify& notify);
+    // Has the whole looked at, if that is still wanted, answers the requester and ends the handler.
+    // Thread: the validation thread.
+    void validateAndCallCb();
+
+    // Its place in the validation queue.
+    DLinkNode<ChunkHandler>& getNode() { return m_node; }
 
 private:
     static constexpr unsigned s_maxChunks = MediaSampleDesc::s_maxChunks;
@@ -34,29 +40,12 @@ private:
     unsigned chunkCount() const;
     void store(const BasicIOTypes::ReadNotify& notify);
     bool join();
-    void deliver();
+    void giveWhole();
 
     phantom_OBUF* m_bufs[s_maxChunks] = {};  // by the tag of the chunk's read
     const MediaReadReq m_req;                // the caller's record may go as soon as its call returns
     AtomicCounter m_pending;                 // chunks that haven't ended
     std::atomic<bool> m_ok{true};
     std::atomic<int> m_status{0};  // the last status that came with a null obuf
-};
-
-// The pool of chunk handlers, so that a read takes nothing from the general heap. **Locks:** m_mutex, a leaf.
-class ChunkAlloc : public SingletonHelper<ChunkAlloc>, private MemPoolAlloc {
-public:
-    static ChunkAlloc* getRef();
-
-    void* alloc();
-    void free(void* memory);
-
-private:
-    friend class SingletonHelper<ChunkAlloc>;
-    // Sixteen reads in flight need one block.
-    static constexpr unsigned s_blockSize = 16 * MemPoolAlloc::quantizeUp(sizeof(ChunkHandler));
-
-    ChunkAlloc() : MemPoolAlloc(s_blockSize, s_blockSize) {}
-
-    ZarnexPosix::JMutex m_mutex;
+    DLinkNode<ChunkHandler> m_node{*this};
 };

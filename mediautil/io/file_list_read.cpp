@@ -1,5 +1,6 @@
 #include "mediautil/io/chunk_handler.h"
 #include "mediautil/io/media_file_list.h"
+#include "mediautil/io/sample_check.h"
 #include "services/system/format_str.h"
 #include "services/system/log.h"
 #include "shared/include/io/media_io_buf.h"
@@ -22,7 +23,8 @@ AutoPtr<char> MediaReadReq::toString() const {
 }
 
 OpResult MediaFileList::read(const MediaSampleInMovie& sample, MediaIoBuf& buf, AutoRefPtr<BasicFileIO> fp) {
-    if (fp.get() == nullptr ||
+    // More chunks than a sample has places for are nobody's sample.
+    if (fp.get() == nullptr || sample.m_numChunks > MediaSampleDesc::s_maxChunks ||
         !buf.resize(sample.m_info.getSize(), MediaIoBuf::Preservation::Discard, MediaIoBuf::AllocChange::KeepForeign)) {
         return MO_WARNING(MediaCode::InternalError, nullptr);
     }
@@ -40,6 +42,8 @@ OpResult MediaFileList::read(const MediaSampleInMovie& sample, MediaIoBuf& buf, 
             m_readClamp.error("%s\n", text.get());
             return MO_WARNING(MediaCode::ReadError, text.get());
         }
+        // After each chunk, and so half-filled the first time when there are two, which is meant.
+        SampleCheck::run(sample, false, buf);
         target += count;
         room -= static_cast<unsigned>(count);
     }
@@ -57,14 +61,15 @@ void MediaFileList::noticeMiss(const MediaReadReq& req, BasicFileIO& fp, bool re
 
 OpResult MediaFileList::read(const MediaReadReq& req, AutoRefPtr<BasicFileIO> fp, bool recording) {
     const MediaSampleInMovie& sample = req.m_sample;
-    if (fp.get() == nullptr || sample.m_numChunks == 0 || !fp->validate()) {
+    const bool chunksMakeSense = sample.m_numChunks - 1 < MediaSampleDesc::s_maxChunks;
+    if (fp.get() == nullptr || !chunksMakeSense || !fp->validate()) {
         const char* handle = fp.get() == nullptr ? "null" : fp->validate() ? "valid" : "invalid";
         m_readClamp.error("MediaFileList::read(%db,%dchk) fails, srcfp %s\n", static_cast<int>(sample.m_info.getSize()),
                           static_cast<int>(sample.m_numChunks), handle);
         return MO_WARNING(MediaCode::InternalError, nullptr);
     }
     noticeMiss(req, *fp, recording);
-    if (sample.m_numChunks == 1) {
+    if (sample.m_numChunks == 1 && !SampleCheck::wanted()) {
         // The everyday road: the notification goes from the file straight to the caller's hook.
         const MediaSampleDesc::Chunk& chunk = sample.m_chunks[0];
         const BasicIOTypes::ReadReq direct(*req.m_cb, chunk.m_offset, chunk.m_size, req.m_allocId, req.m_tag,

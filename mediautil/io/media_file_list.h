@@ -17,7 +17,8 @@ struct MediaSampleInMovie;
 // place in the core that touches file handles.
 // **Locks:** m_mutex, across each operation with its calls of the file layer; I/O runs outside it.
 // **Owns:** its entries, which are never removed while the list lives, so that an index stays valid.
-// **Units:** indexes from 0, ids from 1. **Defined in** media_file_list.cpp (entries and handles), file_list_read.cpp.
+// **Units:** indexes from 0, ids from 1. **Defined in** media_file_list.cpp (entries and handles), file_list_read.cpp,
+// file_list_write.cpp.
 class MediaFileList {
 public:
     MediaFileList() = default;
@@ -65,6 +66,12 @@ public:
     OpResult read(const MediaSampleInMovie& sample, MediaIoBuf& buf, AutoRefPtr<BasicFileIO> fp);
     // Starts an asynchronous read. Fails: warning 1, warning 13.
     OpResult read(const MediaReadReq& req, AutoRefPtr<BasicFileIO> fp, bool recording);
+    // Writes all chunks of a sample, one behind the other in `buf`, through the file's write handle. A sample without
+    // bytes is ok and touches no file. Fails: as `getFp`; warning 1 when the chunks are more than `buf`; warning 12.
+    OpResult write(const MediaSampleInMovie& sample, const MediaIoBuf& buf);
+    // Starts an asynchronous write of the whole obuf at the sample's first chunk. Takes: the obuf, always.
+    // Fails: warning 1 with a line, warning 12; what fails later is told by the handle's next write, flush or close.
+    OpResult write(const MediaSampleInMovie& sample, phantom_OBUF* obuf);
 
 private:
     static constexpr unsigned s_none = 0xFFFFFFFFu;
@@ -78,6 +85,7 @@ private:
     void recomputePrimaryHeld() MO_REQUIRES(m_mutex);
     bool anyClientLeft() const MO_REQUIRES(m_mutex);
     void noticeMiss(const MediaReadReq& req, BasicFileIO& fp, bool recording);
+    bool complain(const MediaSampleInMovie& sample, BasicFileIO* fp, phantom_OBUF* obuf);
 
     std::vector<AutoPtr<FilePerClient>> m_files MO_GUARDED_BY(m_mutex);  // in order of first mention
     mutable ZarnexPosix::JMutex m_mutex;

@@ -36,6 +36,8 @@ AutoRefPtr<BasicFileIO> readHandle(const MediaObj& obj, const MediaSampleInMovie
 OpResult MediaObj::vaRead(const MediaReadReq& req) const {
     const MediaSampleInMovie& sample = req.m_sample;
     if (!sample.hasSize() || !sample.hasOffset()) return MO_ERROR(MediaCode::InternalError, nullptr);
+    // Such a frame is in no file, and no index of ours holds one in memory.
+    if (sample.m_frameN) return MO_ERROR(MediaCode::InternalError, nullptr);
     if (sample.m_closeOther) closeOthers(*this, sample);
     return m_impl->m_fileList.read(req, readHandle(*this, sample), isRecording());
 }
@@ -53,3 +55,5 @@ OpResult MediaObj::saRead(const MediaReadReq& req) {
     }
     return obj->vaRead(req);
 }
+
+void MediaObj::setReadReqOrigin(MediaReadReq& req, MediaReadReq::Origin origin) { req.setOrigin(origin); }

@@ -10,6 +10,7 @@
 #include "services/system/text.h"
 #include "shared/include/description/media_names.h"
 #include "shared/include/object/core_subsystem.h"
+#include "shared/include/object/irecord_train.h"
 #include "shared/include/object/switches.h"
 #include "support/clock.h"
 
@@ -174,6 +175,12 @@ bool MediaObj::acceptReplacement(const MediaObj*) { return true; }
 void MediaObj::setClipProperties(bool) {}
 
 std::list<MediaObj*> MediaObj::getExternalRefMediaObj() const { return {}; }
+
+AutoReleasePtr<IRecordTrain> MediaObj::getRecordTrainInterface() {
+    IRecordTrain* const train = dynamic_cast<IRecordTrain*>(this);
+    if (train != nullptr) train->preserve();
+    return AutoReleasePtr<IRecordTrain>(train);
+}
 
 void MediaObj::addWriter() {
     for (MediaObj* referenced : filterDupObjects(getExternalRefMediaObj()))

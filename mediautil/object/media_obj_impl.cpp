@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "mediautil/index/record_log.h"
 #include "support/clock.h"
 
 AtomicCounter MediaObjImpl::active(0);
@@ -22,21 +23,32 @@ MediaObjImpl::MediaObjImpl(MediaObj* obj, unsigned long long version, MediaObj::
 MediaObjImpl::~MediaObjImpl() {
     --active;
     delete m_lengthWatch.load(std::memory_order_acquire);
+    delete m_recordTracker.load(std::memory_order_acquire);
 }
 
+namespace {
+
+// The object that `place` owns, made if there is none yet; a thread that was first wins.
+template <class Part>
+Part* makeOnce(std::atomic<Part*>& place) {
+    Part* part = place.load(std::memory_order_acquire);
+    if (part != nullptr) return part;
+    Part* const made = new (std::nothrow) Part;
+    if (made == nullptr) return nullptr;
+    if (place.compare_exchange_strong(part, made, std::memory_order_acq_rel)) return made;
+    delete made;
+    return part;
+}
+
+}  // namespace
+
 unsigned long long MediaObjImpl::getReadSafeFrameCount(const MediaObj* obj) {
-    LengthWatch* watch = lengthWatch();
-    if (watch == nullptr) {
-        LengthWatch* made = new (std::nothrow) LengthWatch;
-        if (made == nullptr) return 0;
-        if (m_lengthWatch.compare_exchange_strong(watch, made, std::memory_order_acq_rel)) {
-            watch = made;
-        } else {
-            delete made;  // another reader was first
-        }
-    }
+    LengthWatch* const watch = makeOnce(m_lengthWatch);
+    if (watch == nullptr) return 0;
     return watch->safeLength(obj);
 }
+
+MediaRecordTracker* MediaObjImpl::recordTracker() { return makeOnce(m_recordTracker); }
 
 void MediaObjImpl::copyLengthWatchTo(MediaObjImpl& other) const {
     const LengthWatch* watch = lengthWatch();

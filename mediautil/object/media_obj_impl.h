@@ -14,6 +14,8 @@
 #include "support/atomic_ops.h"
 #include "support/ref_count.h"
 
+class MediaRecordTracker;
+
 // The private record of a movie: identity, counts, files, descriptor and holders.
 // **Threads:** counts are atomic. The time and version fields are relaxed atomics that the cache reads under its map
 // lock; a stale read costs at most one turn of the expiry pass. **Locks:** m_persistMutex guards the holders; changes
@@ -49,6 +51,8 @@ public:
     unsigned long long getReadSafeFrameCount(const MediaObj* obj);
     // The watch, or null before its first use.
     LengthWatch* lengthWatch() const { return m_lengthWatch.load(std::memory_order_acquire); }
+    // The record log, made on first use. Null when there is no memory for it.
+    MediaRecordTracker* recordTracker();
     // Gives `other` a copy of this object's watch, if there is one. A watch that `other` had is overwritten in place
     // and not freed: a reader may be inside it.
     void copyLengthWatchTo(MediaObjImpl& other) const;
@@ -93,7 +97,8 @@ public:
     std::atomic<MediaVideoRate> m_defaultVideoRate;
 
 private:
-    std::atomic<LengthWatch*> m_lengthWatch{nullptr};  // owned, made on first use
+    std::atomic<LengthWatch*> m_lengthWatch{nullptr};           // owned, made on first use
+    std::atomic<MediaRecordTracker*> m_recordTracker{nullptr};  // the same
 
 public:
     mutable ZarnexPosix::JMutex m_persistMutex;

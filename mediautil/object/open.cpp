@@ -3,6 +3,7 @@
 #include "mediautil/cache/cached_media_obj.h"
 #include "mediautil/object/media_obj_impl.h"
 #include "mediautil/object/suffix.h"
+#include "neighbours/tl_media_obj.h"
 #include "services/file/fs_file_io.h"
 #include "services/file/path_parser.h"
 #include "services/system/log.h"
@@ -142,6 +143,17 @@ void examineNewObject(MediaObj& object, BasicFileIO& file) {
     }
 }
 
+// Under its switch a stand-in goes out for what is only read. Takes: the reference on `object`. Gives: one reference.
+MediaObj* wrapIfAsked(MediaObj* object) {
+    if (object == nullptr || !mediaObjDbg.on(MediaDbg::WrapInTlmo) || object->getMovieDesc()->isWritable())
+        return object;
+    const MediaVideoRate rate = object->impl().m_defaultVideoRate.load(std::memory_order_relaxed);
+    MediaObj::ScopeHold standIn;
+    standIn = Timeline::TlMediaObj::wrap(AutoRefPtr<MediaObj>(object, PreReferenced())).get();
+    standIn->impl().m_defaultVideoRate.store(rate, std::memory_order_relaxed);
+    return standIn.forget();
+}
+
 }  // namespace
 
 MediaObj* MediaObj::openReader(const char* path, ReadMode mode, OpResult& result, MediaFileType type, bool force) {
@@ -210,7 +222,7 @@ MediaObj* MediaObj::openReaderInt(AutoRefPtr<BasicFileIO> file, MediaFileType ty
     object->setVersion(version, false);
     MediaObj* installed = cache.replace(object, id, fileWritable, force);
     if (installed == object) examineNewObject(*object, *file);
-    return installed;
+    return wrapIfAsked(installed);
 }
 
 MediaObj* MediaObj::openWriter(const char* path, bool morph, OpResult& result, MediaContainment containment,

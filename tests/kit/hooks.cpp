@@ -4,8 +4,6 @@
 
 namespace kit {
 
-namespace {
-
 std::string bytesOf(const phantom_OBUF* buf) {
     std::vector<iovec> pieces(obufSegmentCount(buf));
     const int filled = obufNTranslateHost(buf, pieces.data(), static_cast<int>(pieces.size()));
@@ -16,8 +14,6 @@ std::string bytesOf(const phantom_OBUF* buf) {
     }
     return bytes;
 }
-
-}  // namespace
 
 unsigned ReadHook::count() const {
     const std::lock_guard<std::mutex> lock(m_mutex);

@@ -11,6 +11,9 @@
 
 namespace kit {
 
+// All bytes of a buffer; empty for null.
+std::string bytesOf(const phantom_OBUF* buf);
+
 // Receives the answers of asynchronous reads: counts them and keeps their bytes.
 // **Threads:** any. **Owns:** nothing; each answer's buffer is freed as it comes.
 class ReadHook : public BasicIOTypes::ReadHook {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "services/buffer/obuf.h"
 #include "shared/include/description/media_enums.h"
 #include "shared/include/description/relaxed.h"
 #include "shared/include/index/sample_and_count.h"
@@ -19,6 +20,8 @@ class MediaOffsetLookup;
 class MediaSampleBuf;
 class MediaTrackDesc;
 struct MediaPlayReq;
+struct MediaRecordReq;
+struct MediaSampleDesc;
 struct MediaSampleInMovie;
 
 // A clip: a stretch of essence of one kind in one media file. Back-ends derive from it and supply track, lookup and
@@ -87,6 +90,29 @@ public:
     virtual void setDefaultVideoRate(MediaVideoRate rate);
     // The samples of a video frame; the default answer without a lookup.
     virtual SampleAndCount getSampleAndCount(unsigned long long frame) const;
+    // --- Recording; one thread at a time, no lock; defined in mediautil/index ----------------------------------------
+    // Enters samples in the index; while the rollout is below its target they count towards it, otherwise they lengthen
+    // the clip. Fails: false with Error 1 without an index, else with the index's result; false with an ok result
+    // without edits. Nothing is changed then.
+    virtual bool addSamples(const MediaRecordReq& req, MediaSampleDesc& desc, OpResult& result);
+    // Lengthens the clip to that sample without essence. Fails: Warning 1 without edits or for a sample that isn't past
+    // the out point, Error 1 without an index, else the index's.
+    virtual OpResult addEmptyEdit(unsigned long long sample);
+    // Enters the samples of the clip that rides on this one, if there is one.
+    bool addSlaveSamples(const MediaRecordReq& req, const MediaSampleDesc& desc, OpResult& result);
+    // Sets a length that only decoding has shown. Fails: false without edits.
+    virtual bool updateDecodedLength(unsigned long long samples);
+    // Links `next` behind this clip's index. Fails: false without one.
+    virtual bool appendLookupChain(MediaOffsetLookup* next);
+    virtual void setRollout(unsigned long long samples) { m_rollout = samples; }
+    virtual void setTargetRollout(unsigned long long samples) { m_targetRollout = samples; }
+    // Folds the rollout into the clip; from then on every sample added counts as rollout. With a rollout of 0 nothing
+    // changes. Fails: Warning 1 without edits.
+    virtual OpResult beginRollout();
+    // What room is left for the clip, in its own ticks; for back-ends.
+    virtual void adviseCapacity(unsigned long long ticks);
+    // Tells the index what will be read next. Fails: Warning 1 without one, else the index's.
+    virtual OpResult adviseLookAhead(const MediaPlayReq& req, bool flag, phantom_obAllocationId_t allocationId);
     // Moves the clip's ends, where a back-end can. Fails: false.
     virtual bool trim(unsigned int in, unsigned int out);
     virtual bool getInOut(unsigned int& in, unsigned int& out) const;
@@ -102,9 +128,18 @@ public:
     // Samples a second.
     FixedPoint<16> getMediaRate() const;
     // A value in ticks of this clip (samples times ticks a sample) in units of `rate`, and back. Requires: rate above
-    // 0.
-    FixedPoint<16> convertTo(FixedPoint<16> value, unsigned int rate) const;
-    FixedPoint<16> convertFrom(FixedPoint<16> value, unsigned int rate) const;
+    // 0. They multiply first whenever the product fits: the division then loses least. Inline: a walk over a track's
+    // clips converts at each of them.
+    FixedPoint<16> convertTo(FixedPoint<16> value, unsigned int rate) const {
+        if (rate == m_sampleRate) return value;
+        if (!value.checkProductOverflow(rate)) return value * rate / m_sampleRate;
+        return value / m_sampleRate * rate;
+    }
+    FixedPoint<16> convertFrom(FixedPoint<16> value, unsigned int rate) const {
+        if (rate == m_sampleRate) return value;
+        if (!value.checkProductOverflow(m_sampleRate)) return value * m_sampleRate / rate;
+        return value / rate * m_sampleRate;
+    }
     FixedPoint<16> convertFrom(FixedPoint<16> value, FixedPoint<16> rate) const;
     // The whole length in units of `rate`.
     FixedPoint<16> convertTo(unsigned int rate) const;
@@ -155,6 +190,7 @@ protected:
 
 private:
     MediaPlayReq prepareRead(const MediaPlayReq& req, MediaSampleInMovie& desc) const;
+    void addRollout(unsigned long long samples);
     MediaClipDesc* createFillClip(MediaObj& scratch, OpResult& result) const;
     unsigned int kindDiscriminator(unsigned int extra) const;
     void describeAudio(FormatStr& text) const;

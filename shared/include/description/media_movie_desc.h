@@ -44,6 +44,9 @@ public:
     // Greatest length notified so far, in ticks.
     unsigned long long getMaxTrackLength() const { return m_maxTrackLength; }
 
+    // For a back-end that learns these with its first track, before there is a length. Requires: `timeBase` above 0.
+    void setTimeBase(unsigned int timeBase) { m_timeBase = timeBase; }
+    void setEncoding(MediaEncodingType encoding) { m_encoding = encoding; }
     void setWritable(bool writable) { m_writable = writable; }
     void setRecording(bool recording) { m_recording = recording; }
     void setNumMedia(unsigned int count) { m_numMedia = count; }
@@ -54,7 +57,7 @@ public:
 
 protected:
     MediaFileType m_fileType;
-    std::uint32_t m_timeBase;  // ticks a second
+    Relaxed<std::uint32_t> m_timeBase;  // ticks a second
     Relaxed<bool> m_writable;
     Relaxed<bool> m_recording{false};
     Relaxed<unsigned long long> m_selectIn{0};

@@ -46,8 +46,13 @@ private:
     int framesPerSecond() const { return m_rate.round().intValue(); }
 
     // Times 30 that the rate is when frame numbers are dropped, or 0 when none are.
-    int dropFactor() const;
-    void setDropCounter(int counter, int factor);
+    int dropFactor() const {
+        const int fps = framesPerSecond();
+        return !m_dropFrame ? 0 : fps == 30 ? 1 : fps == 60 ? 2 : 0;
+    }
+    template <int Factor>
+    void setDropCounter(int counter);
+    void setPlainCounter(int counter);
 };
 
 // "hh:mm:ss.mmm" of a time in seconds, milliseconds truncated. Gives: array text, owned by the caller.

@@ -14,6 +14,9 @@
 class MediaClipDesc;
 class MediaClipParam;
 class MediaObj;
+struct MediaRecordReq;
+struct MediaSampleDesc;
+struct MediaSampleInMovie;
 
 // A track: one stream of a single data type, made of clips end to end. Back-ends derive from it and store its clips.
 //
@@ -61,7 +64,8 @@ public:
     // The one media file behind all clips, or null.
     virtual MediaIdRec* commonId() const;
     // The clip at a time in ticks of the movie's time base, and where that clip starts. A time within half a sample
-    // before a clip belongs to it, and a time past the end to the last clip.
+    // before a clip belongs to it, and so does one within the last half sample of the clip before; a time past the end
+    // belongs to the last clip. Null with a start of 0 without clips and below zero.
     virtual const MediaClipDesc* clipAt(FixedPoint<16> time, FixedPoint<16>& clipStart) const;
     virtual MediaClipDesc* clipAt(FixedPoint<16> time, FixedPoint<16>& clipStart);
     virtual bool isSlave() const;
@@ -78,6 +82,33 @@ public:
     // Answer whether the ratio changed.
     virtual bool setAspectRatio(MediaAspectRatio ratio);
     virtual bool setAspectRatio(MediaAspectRatio ratio, AspectRatio::ViaAFD via);
+
+    // --- Recording; one thread at a time, no lock; defined in mediautil/index ----------------------------------------
+    // Enters samples at the end of the last clip and says in `desc` where their bytes go; those of a slave track go
+    // along. Fails: false with Error 1 without a clip, else with the clip's result; false with an ok result when the
+    // movie isn't writable or the clip has no edits. The master's samples stay when the slave's fail; the
+    // recovery is the caller's.
+    virtual bool addSamples(const MediaRecordReq& req, MediaSampleInMovie& desc, OpResult& result);
+    // Lengthens the last clip to that sample without essence. Fails: Warning 5 unless writable, Error 1 without a clip,
+    // else the clip's.
+    virtual OpResult addEmptyEdit(unsigned long long sample);
+    // Enters the samples that ride on a master's; its sample is taken for a frame.
+    virtual bool addSlaveSamples(const MediaClipDesc& master, const MediaRecordReq& req, const MediaSampleDesc& desc,
+                                 OpResult& result);
+    // Sets a length that only decoding has shown. In ticks of the movie's time base.
+    virtual bool updateDecodedLength(unsigned long long ticks);
+    // Makes the first samples of the first clip its precharge; what they take comes off the clip's length, and then off
+    // its rollout. Fails: Warning 1 for frames above 0 without a clip or its edit.
+    virtual OpResult setPrecharge(unsigned int frames);
+    // Frames before the in point; the first answer is kept while the clip has length.
+    unsigned int getPrecharge() const;
+    // Samples that are added to the last clip from now on count as rollout up to so many frames.
+    // Fails: Warning 1 without a clip, Warning 5 unless recording or writable.
+    virtual OpResult setTargetRollout(unsigned int frames);
+    // Folds the last clip's rollout into the clip. Fails: Warning 5 and 1 as above.
+    virtual OpResult beginRollout();
+    // Tells the last clip what room is left of a recording of that time, in ticks of the movie's time base.
+    virtual void adviseCapacity(unsigned long long capacity);
 
     // The track's own rate, or the movie's standard. Inline: every frame of audio asks for it.
     MediaVideoRate getVideoRate() const {
@@ -115,17 +146,22 @@ public:
     bool isHighDef() const { return isHighDef(m_height); }
 
 protected:
+    static constexpr std::uint32_t s_unknownPrecharge = 0xFFFFFFFF;
+
     MediaDataType m_type;
     Relaxed<MediaVideoRate> m_videoRate{MediaVideoRate::Unknown};                // unknown: the movie's
     Relaxed<std::int32_t> m_syncAdjust{0};                                       // frames
     mutable Relaxed<MediaContainment> m_containment{MediaContainment::Unknown};  // kept answer of getContainment
     Relaxed<unsigned long long> m_length{0};                                     // ticks of the movie's time base
+    mutable Relaxed<std::uint32_t> m_prechargeFrames{s_unknownPrecharge};        // kept answer of getPrecharge
     std::uint32_t m_width = 0;                                                   // pixels a line
     std::uint32_t m_height = 0;                                                  // lines a frame
     AspectRatio m_aspect;
 
 private:
-    FixedPoint<16> shownTicks(const MediaClipDesc& clip, bool first) const;
+    void growBy(const MediaClipDesc& clip, unsigned long long before);
+    const MediaClipDesc* clipBeforeLast(FixedPoint<16> time, unsigned int count, FixedPoint<16>& start) const;
+    const MediaClipDesc* clipBehindSeam(FixedPoint<16> time, unsigned int count, FixedPoint<16>& start) const;
     MediaVideoRate getMovieStandard() const;
     unsigned int getTimeBase() const;
     void takePropertiesOf(const MediaPropertyList& bag);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "services/buffer/obuf.h"
 #include "shared/include/index/media_offset_summary.h"
 #include "shared/include/index/sample_and_count.h"
 #include "support/op_result.h"
@@ -54,6 +55,8 @@ public:
     // Enters samples; `desc` tells where their bytes go.
     virtual bool addSamples(const MediaRecordReq& req, MediaSampleDesc& desc, OpResult& result);
     virtual OpResult addEmptyEdit(unsigned long long samples);
+    // What will be read next; for back-ends. The base answers ok.
+    virtual OpResult adviseLookAhead(const MediaPlayReq& req, bool flag, phantom_obAllocationId_t allocationId);
     // Links `next` behind the last lookup of this chain, if it asks to be chained. Takes: a further reference.
     virtual bool appendChainedLookup(MediaOffsetLookup* next);
     virtual OpResult update(const MediaOffsetSummary& summary) = 0;

@@ -34,7 +34,7 @@ struct MediaSampleDesc {
         m_count = 0;
         m_sample = 0;
         m_anchor = 0;
-        m_timecode.setCounter(0, FixedPoint<16>(0), false);
+        m_timecode.invalidate();  // which is what a counter of 0 at a rate of 0 comes to
         m_tcAvailable = false;
         m_frameN = false;
         m_numChunks = 0;

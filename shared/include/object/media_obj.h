@@ -13,6 +13,7 @@
 #include "shared/include/description/media_timecode.h"
 #include "shared/include/description/media_track_enum.h"
 #include "shared/include/description/sw_version.h"
+#include "shared/include/io/media_read_req.h"
 #include "shared/include/object/media_agent.h"
 #include "support/auto_ptr.h"
 #include "support/bridge.h"
@@ -22,15 +23,16 @@
 #include "support/ref_count.h"
 #include "support/visibility.h"
 
+class IRecordTrain;
 class MediaClipDesc;
 class MediaClipParam;
 class MediaIoBuf;
 class MediaMovieDesc;
 class MediaObjImpl;
 class MediaTrackDesc;
-struct MediaReadReq;
 struct MediaReaderDesc;
-struct MediaSampleInMovie;
+struct MediaRecordReq;
+struct MediaRedZone;
 struct MediaWriterDesc;
 
 // Bits of a movie's state that the core acts on; back-ends may use others.
@@ -77,6 +79,9 @@ public:
                                 MediaFileType type, const char* style, BasicIOTypes::SizeAdvice advice);
     // Gives: an object of a format that is bound to no file and is never cached, with one reference, or null.
     static MediaObj* openObj(MediaFileType type, OpResult& result);
+    // An empty movie of structure only, for its caller to fill. Gives: one reference, never cached. Fails: null, code 8
+    // for a type without a writer.
+    static MediaObj* openTranslationObj(MediaFileType type, OpResult& result);
     // The first `size` bytes of a file. A short read is a success, and the tail then undefined. Fails: codes 1, 2, 13.
     static AutoArrayPtr<unsigned char> readRawHeader(AutoRefPtr<BasicFileIO> file, unsigned size, OpResult& result);
     // The object that is live for a file, or null; parses nothing. Gives: one reference. Waits: for a morph, as above.
@@ -111,6 +116,11 @@ public:
     bool isMorphing() const;
     // For back-ends: true inside a morph, else a warning once per process with `who`.
     bool ensureMorphing(const char* who) const;
+    // This movie's structure without its essence and files. Gives: one reference, never cached; null and warning 1
+    // without memory. Fails: a track that can't be copied leaves its reason in `result`, and the others are copied.
+    MediaObj* createTranslationObj(OpResult& result) const;
+    // The record train that this movie is. Gives: a reference of the movie, or an empty pointer without one.
+    AutoReleasePtr<IRecordTrain> getRecordTrainInterface();
     bool hasState(MediaObjStateBit bit) const { return (getState() & bit) != 0; }
     void setCacheId(OsPathId id);
     void setCachedFileId(OsPathId id);
@@ -146,6 +156,7 @@ public:
     MediaContainment getContainment() const;
     SequenceCodingType getVideoSequenceCoding() const;
     unsigned getMovieGopLength() const;
+    // The frame as a track's index knows it; the same frame for a track that isn't there.
     unsigned long long getSyncAdjustedFrame(unsigned long long frame, unsigned trackIndex) const;
     MediaVideoRate getVideoRate() const;
     FixedPoint<16> getRealVideoRate() const;
@@ -154,12 +165,25 @@ public:
     MediaPropertyList& getPropertiesForUpd();
     OpResult setProperty(const MediaProperty& property);
     ClipPropsProperty get(MediaPropertyEnum::ClipProps tag) const;
+    // Folds the rollout of each track's last clip into it. Fails: the first track's result that isn't ok; those behind
+    // it aren't asked.
+    OpResult beginRollout();
+    // The longest precharge of all tracks, in frames.
+    unsigned getMoviePrecharge() const;
+    // Says to every file that the agent has open how many bytes will be read next.
+    void setLookAhead(MediaAgent agent, unsigned bytes);
+    // Enter a write, or an add, in the movie's record log. Thread: any, at the log's own risk of order.
+    void log(const MediaSampleInMovie& sample);
+    void log(const MediaClipDesc& clip, const MediaRecordReq& req);
     // Sorted by address, without duplicates.
     std::list<MediaObj*> filterDupObjects(std::list<MediaObj*> objects) const;
 
-    // --- Reading without an object at hand ---------------------------------------------------------------------------
+    // --- Reading and writing without an object at hand ---------------------------------------------------------------
     // Reads through the live object of the sample's file. Fails: code 1 when none is live; the hook then stays silent.
     static OpResult saRead(const MediaReadReq& req);
+    // Writes through it. Takes: the obuf, always. Fails: code 1 when no object is live, else as `vaWrite`.
+    static OpResult saWrite(const MediaSampleInMovie& sample, phantom_OBUF* obuf);
+    static void setReadReqOrigin(MediaReadReq& req, MediaReadReq::Origin origin);
 
     // --- What back-ends supply or refine -----------------------------------------------------------------------------
     virtual ~MediaObj();
@@ -181,6 +205,7 @@ public:
     virtual MediaMovieDesc* getMovieDesc() = 0;
     virtual const MediaMovieDesc* getMovieDesc() const = 0;
     virtual unsigned getTrackCount() const = 0;
+    // The track at this place, or null at and past the end. Gives: borrowed.
     virtual const MediaTrackDesc* getTrackAt(unsigned index) const = 0;
     virtual MediaTrackDesc* getTrackAt(unsigned index) = 0;
     virtual MediaTrackDesc* createTrack(const MediaClipParam& param, OpResult& result) = 0;
@@ -202,6 +227,11 @@ public:
     virtual OpResult vaRead(const MediaReadReq& req) const;
     // Reads a sample into `buf`, which is resized to it. Fails: code 1 (no handle, too large), 13 (short, with a text).
     virtual OpResult vsRead(const MediaSampleInMovie& sample, MediaIoBuf& buf) const;
+    // Starts a write of the whole obuf at the sample's first chunk. Takes: the obuf, always. Fails: code 1 (no handle,
+    // no or too large an obuf), 12; a write that fails later is told by the file's next write, flush or close.
+    virtual OpResult vaWrite(const MediaSampleInMovie& sample, phantom_OBUF* obuf);
+    // Writes the sample's chunks, one behind the other in `buf`. Fails: code 1 (`buf` too small), 12, 16 (no handle).
+    virtual OpResult vsWrite(const MediaSampleInMovie& sample, const MediaIoBuf& buf);
     virtual MediaTrackDesc* copyClips(const MediaTrackDesc& source, OpResult& result);
     virtual MediaTrackDesc* createClip(const MediaTrackDesc& source, MediaContainment containment, OpResult& result);
     virtual bool canReceive(const MediaObj& source, MediaEncodingType& encoding) const;
@@ -211,6 +241,13 @@ public:
     virtual OpResult remove();
     virtual OpResult setRecording(bool recording);
     virtual bool isRecording() const;
+    // Whether a recording may begin before its in point: with pictures that depend on others. Stores the GOP's length.
+    virtual bool canPrecharge() const;
+    virtual bool canPrecharge(unsigned& gopLength) const;
+    // Says to every track what time a recording may fill, in ticks of the time base.
+    virtual void adviseCapacity(unsigned long long capacity);
+    // The part of the movie that must not be copied yet: none.
+    virtual MediaRedZone getRedZone(bool) const;
     virtual void inheritVideoRate(MediaVideoRate rate);
     virtual void setDefaultVideoRate(MediaVideoRate rate);
     virtual OpResult setTimecode(const MediaTimecode& timecode);

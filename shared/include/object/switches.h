@@ -9,6 +9,8 @@ MO_PUBLIC extern DebuggerOn mediaObjDbg;
 MO_PUBLIC extern DebuggerOn mediaZombieTime;
 // FixedPoint<16> seconds, published for the layers that keep media data; 0.5 to 5.0.
 MO_PUBLIC extern DebuggerOn mediaCacheDuration;
+// Any bit on: samples are looked at on their way between memory and file. Which bit wants what stands beside its name.
+MO_PUBLIC extern DebuggerOn mediaValidate;
 
 // Bits of mediaObjDbg. The reactive ones act when set and are cleared at once.
 namespace MediaDbg {
@@ -40,3 +42,14 @@ inline constexpr unsigned IgnoreMissingMedia = 24;
 inline constexpr unsigned EssenceStats = 25;
 inline constexpr unsigned Count = 26;
 }  // namespace MediaDbg
+
+// Bits of mediaValidate.
+namespace MediaVal {
+inline constexpr unsigned Mpeg = 0;
+inline constexpr unsigned MpegStats = 1;
+inline constexpr unsigned MpegNoZeroPad = 2;
+inline constexpr unsigned Pcm = 3;
+inline constexpr unsigned PcmStats = 4;
+inline constexpr unsigned S436 = 5;
+inline constexpr unsigned Count = 6;
+}  // namespace MediaVal

@@ -1,6 +1,7 @@
 // The rules are shown to see: each planted fault is found at its place, and its sound neighbour isn't.
 
 #include "tests/checks/source_rules/include_rules.h"
+#include "tests/checks/source_rules/stand_in_rule.h"
 #include "tests/checks/source_rules/word_rules.h"
 
 #include <gmock/gmock.h>
@@ -175,4 +176,36 @@ TEST(Exceptions, ThrowTryAndCatchAreSeenInTheLibrary) {
     const std::string text = "// never throw\ntry {\n} catch (...) {\n    throw;\n}\nbool tryAgain = rethrown;\n";
     EXPECT_THAT(checkExceptions({parseSource("backends/wav/a.cpp", text)}), SizeIs(3));
     EXPECT_THAT(checkExceptions({parseSource("tests/unit/a.cpp", text)}), IsEmpty());
+}
+
+namespace {
+
+constexpr const char* s_movieHeader = "shared/include/object/media_obj.h";
+constexpr const char* s_standInHeader = "neighbours/tl_media_obj.h";
+constexpr const char* s_movieText =
+    "class MediaObj {\n    virtual ~MediaObj();\n    int preserve() override;\n    virtual bool ask() const = 0;\n"
+    "    virtual std::list<A*> tell(const A& a,\n                              int b);\n    virtual void tell();\n"
+    "    // virtual void comment();\n    void plain();\n};\n";
+
+}  // namespace
+
+TEST(StandIn, ThatPassesOnAllIsSound) {
+    const std::string all =
+        "bool ask() const override;\nstd::list<A*> tell(const A& a,\n int b) override;\n"
+        "void tell() override;\n";
+    EXPECT_THAT(checkStandIn({parseSource(s_movieHeader, s_movieText), parseSource(s_standInHeader, all)}), IsEmpty());
+}
+
+TEST(StandIn, ThatForgotAnOperationOrOneOfItsFormsIsSeen) {
+    const std::string some = "void tell() override;\nbool ask() const;\n";
+    EXPECT_THAT(lines(checkStandIn({parseSource(s_movieHeader, s_movieText), parseSource(s_standInHeader, some)})),
+                ElementsAre("shared/include/object/media_obj.h:4: ask: declared 1 times, passed on 0 times in "
+                            "neighbours/tl_media_obj.h",
+                            "shared/include/object/media_obj.h:7: tell: declared 2 times, passed on 1 times in "
+                            "neighbours/tl_media_obj.h"));
+}
+
+TEST(StandIn, ThatIsNotThereIsSeen) {
+    EXPECT_THAT(lines(checkStandIn({parseSource(s_movieHeader, s_movieText)})),
+                ElementsAre("neighbours/tl_media_obj.h:0: is not in the tree"));
 }

@@ -232,6 +232,20 @@ TEST(ParamId, ARateRoundedToHundredthsMatchesTheExactOne) {
     EXPECT_FALSE(video(2997, 100) == video(2998, 100));
 }
 
+TEST(ParamId, NumeratorsOverTheSameTicksThatDifferByOneAreDifferentMedia) {
+    for (const unsigned int ticks : {1u, 3u, 100u, 1001u, 65536u, 1000000u}) {
+        for (unsigned int rate = 1; rate < 6001; ++rate) {
+            MediaClipParam a = video();
+            a.m_sampleRate = rate;
+            a.m_ticksPerSample = ticks;
+            MediaClipParam b = a;
+            ++b.m_sampleRate;
+            ASSERT_FALSE(a.paramIdMatch(b)) << rate << "/" << ticks;
+            ASSERT_FALSE(b.paramIdMatch(a)) << rate << "/" << ticks;
+        }
+    }
+}
+
 TEST(ParamId, ARateWithoutTicksMatchesOnlyItsLike) {
     MediaClipParam broken = video();
     broken.m_ticksPerSample = 0;

@@ -39,6 +39,7 @@ public:
         }
         desc.set(req.m_count, req.m_sample, 4096, 512u, 0, false);
         desc.m_anchor = req.m_sample - 3;
+        if (req.m_sample < m_codings.size()) desc.m_info.setEncoding(m_codings[req.m_sample]);
         return true;
     }
 
@@ -55,6 +56,7 @@ public:
     }
 
     bool m_refuse = false;
+    std::vector<SampleCodingType> m_codings;  // of the first samples; the others are I
     mutable int m_closes = 0;
     mutable int m_frameInfos = 0;
     int m_updates = 0;
@@ -218,8 +220,12 @@ public:
     MediaMovieDesc* getMovieDesc() override { return getDesc(); }
     const MediaMovieDesc* getMovieDesc() const override { return getDesc(); }
     unsigned getTrackCount() const override { return static_cast<unsigned>(m_tracks.size()); }
-    const MediaTrackDesc* getTrackAt(unsigned index) const override { return m_tracks[index].get(); }
-    MediaTrackDesc* getTrackAt(unsigned index) override { return m_tracks[index].get(); }
+    const MediaTrackDesc* getTrackAt(unsigned index) const override {
+        return index < m_tracks.size() ? m_tracks[index].get() : nullptr;
+    }
+    MediaTrackDesc* getTrackAt(unsigned index) override {
+        return index < m_tracks.size() ? m_tracks[index].get() : nullptr;
+    }
     using MediaObj::createTrack;
     MediaTrackDesc* createTrack(const MediaClipParam& param, OpResult& result) override {
         TestTrack& made = addTrack(MediaDataType::Unknown);

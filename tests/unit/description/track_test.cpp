@@ -77,6 +77,36 @@ TEST_F(Track, ClipsOfDifferentRatesFollowEachOther) {
     EXPECT_EQ(track.clipAt(FixedPoint<16>(100), start), &track.clip(1));
 }
 
+TEST_F(Track, ATimeInTheLastHalfOfALongSampleBelongsToTheClipOfShortOnesBehind) {
+    track.addClip(MediaEncodingType::Pcm, 50, 1, 50);    // two ticks a sample
+    track.addClip(MediaEncodingType::Pcm, 400, 1, 400);  // a quarter
+    track.addClip(MediaEncodingType::Pcm, 400, 1, 400);
+    EXPECT_EQ(at(FixedPoint<16>(98.75)), &track.clip(0));
+    for (const double time : {99.0, 99.5, 99.75, 99.875, 100.0}) {
+        EXPECT_EQ(at(FixedPoint<16>(time)), &track.clip(1)) << time;
+        EXPECT_EQ(start, FixedPoint<16>(100)) << time;
+    }
+    EXPECT_EQ(at(FixedPoint<16>(199.75)), &track.clip(1));
+    EXPECT_EQ(at(FixedPoint<16>(199.875)), &track.clip(2));
+    EXPECT_EQ(at(FixedPoint<16>(-1.5)), nullptr);
+    EXPECT_EQ(start, FixedPoint<16>(0));
+}
+
+TEST_F(Track, NoTimeOfATrackIsWithoutAClip) {
+    for (const unsigned rate : {25u, 400u, 7u, 50u, 1000u, 1u, 100u})
+        track.addClip(MediaEncodingType::Pcm, rate, 1, 3 * rate);
+    const MediaClipDesc* before = nullptr;
+    for (int time = 0; time <= 2200 * 16; ++time) {
+        const MediaClipDesc* clip = at(FixedPoint<16>(time) / 16);
+        ASSERT_NE(clip, nullptr) << time << " sixteenths";
+        if (before) {
+            ASSERT_GE(clip->getClipIndex(), before->getClipIndex()) << time << " sixteenths";
+        }
+        before = clip;
+    }
+    EXPECT_EQ(before, &track.clip(6));
+}
+
 TEST_F(Track, CountsFramesOfTheMoviesRate) {
     track.m_videoRate = MediaVideoRate::Pal25;
     track.m_length = 402;

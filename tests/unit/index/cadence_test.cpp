@@ -222,23 +222,24 @@ TEST(Cadence, FrameNumbersBeyond32BitsStayExact) {
                 {s_doubled, 44100, periods * 200 + 13, periods * 147147 + 9564, 735, 200}});
 }
 
-TEST(Cadence, WholeFrameRatesInIntegersAgreeWithFixedPoint) {
+TEST(Cadence, EveryFrameRateInIntegersAgreesWithFixedPoint) {
     struct Row {
         MediaVideoRate m_rate;
-        unsigned m_framesPerSecond;
+        FixedPoint<16> m_framesPerSecond;
     };
-    for (const Row row :
-         {Row{MediaVideoRate::Pal25, 25}, Row{MediaVideoRate::Film24, 24}, Row{MediaVideoRate::Hz30, 30},
-          Row{MediaVideoRate::Hz50, 50}, Row{MediaVideoRate::Hz60, 60}}) {
+    for (const Row& row :
+         {Row{MediaVideoRate::Unknown, 1}, Row{MediaVideoRate::Pal25, 25}, Row{s_ntsc, FixedPoint<16>(30000) / 1001},
+          Row{MediaVideoRate::Film23976, FixedPoint<16>(24000) / 1001}, Row{MediaVideoRate::Film24, 24},
+          Row{MediaVideoRate::Hz30, 30}, Row{MediaVideoRate::Hz50, 50}, Row{s_doubled, FixedPoint<16>(60000) / 1001},
+          Row{MediaVideoRate::Hz60, 60}}) {
         for (const std::uint32_t sampleRate : {1U, 2U, 7U, 8000U, 11025U, 32000U, 44100U, 48000U, 96000U, 192000U}) {
             const auto edge = [&](U64 frame) {
-                const FixedPoint<16> samples =
-                    FixedPoint<16>(frame) * sampleRate / FixedPoint<16>(row.m_framesPerSecond);
+                const FixedPoint<16> samples = FixedPoint<16>(frame) * sampleRate / row.m_framesPerSecond;
                 return samples.uint64Value() & ~1ULL;
             };
             // A day and a half at 60 Hz, in steps that meet every remainder.
             for (U64 frame = 0; frame < 8000000; frame += 997) {
-                const SampleAndCount got = Cadence::inIntegers(row.m_rate, sampleRate, frame);
+                const SampleAndCount got = Cadence::byEdges(row.m_rate, sampleRate, frame);
                 ASSERT_EQ(got.m_sample, edge(frame)) << sampleRate << " Hz, frame " << frame;
                 ASSERT_EQ(got.m_count, edge(frame + 1) - edge(frame)) << sampleRate << " Hz, frame " << frame;
                 ASSERT_EQ(got.m_period, 1U);
@@ -250,9 +251,21 @@ TEST(Cadence, WholeFrameRatesInIntegersAgreeWithFixedPoint) {
 TEST(Cadence, IntegersAnswerWithTheTablesWhereThereIsOne) {
     EXPECT_EQ(Cadence::inIntegers(s_ntsc, 48000, 6).m_sample, 9608U);
     EXPECT_EQ(Cadence::inIntegers(s_doubled, 8000, 15).m_sample, 4004U);
-    EXPECT_EQ(Cadence::inIntegers(s_ntsc, 96000, 6).m_count, 0U);
-    EXPECT_EQ(Cadence::inIntegers(MediaVideoRate::Film23976, 48000, 6).m_count, 0U);
-    EXPECT_EQ(Cadence::inIntegers(MediaVideoRate::Unknown, 96000, 6).m_count, 0U);
+}
+
+TEST(Cadence, IntegersAnswerWithTheEdgesWhereThereIsNoTable) {
+    EXPECT_EQ(Cadence::inIntegers(s_ntsc, 96000, 6).m_sample, 19218U);
+    EXPECT_EQ(Cadence::inIntegers(s_ntsc, 96000, 6).m_count, 3204U);
+    EXPECT_EQ(Cadence::inIntegers(MediaVideoRate::Film23976, 48000, 1).m_count, 2002U);
+    EXPECT_EQ(Cadence::inIntegers(MediaVideoRate::Unknown, 96000, 6).m_sample, 6 * 96000U);
+}
+
+TEST(Cadence, AProductBeyond64BitsIsLeftToTheCaller) {
+    // The last frame whose end fits, and the first whose doesn't.
+    const U64 most = 0x7FFFFFFFFFFFFFFFULL / (48000ULL << 16);
+    EXPECT_EQ(Cadence::byEdges(MediaVideoRate::Pal25, 48000, most - 1).m_count, 1920U);
+    EXPECT_EQ(Cadence::byEdges(MediaVideoRate::Pal25, 48000, most).m_count, 0U);
+    EXPECT_EQ(Cadence::byEdges(MediaVideoRate::Film23976, 48000, ~0ULL).m_count, 0U);
 }
 
 TEST(Cadence, AnEdgeGoesToTheEvenSampleBelow) {

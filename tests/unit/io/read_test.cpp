@@ -9,40 +9,22 @@
 #include "tests/kit/cache_scene.h"
 #include "tests/kit/fake_file.h"
 #include "tests/kit/hooks.h"
+#include "tests/kit/samples.h"
 
 using kit::FakeFile;
 using kit::formatted;
+using kit::idOf;
 using kit::isError;
 using kit::isWarning;
 using kit::MovieScript;
+using kit::patternFrom;
 using kit::ReadHook;
+using kit::sampleOf;
 using kit::ScriptedMovie;
 using kit::TempTree;
 using Chunk = MediaSampleDesc::Chunk;
 
 namespace {
-
-MediaIdRec* idOf(std::uintptr_t value) { return reinterpret_cast<MediaIdRec*>(value); }
-
-MediaSampleInMovie sampleOf(std::initializer_list<Chunk> chunks, MediaIdRec* id = idOf(1)) {
-    MediaSampleInMovie sample;
-    unsigned size = 0;
-    for (const Chunk& chunk : chunks) {
-        sample.m_chunks[sample.m_numChunks++] = chunk;
-        size += chunk.m_size;
-    }
-    sample.m_info.reset(size);
-    sample.m_count = 1;
-    sample.m_mediaId = id;
-    return sample;
-}
-
-std::string patternFrom(unsigned long long offset, unsigned size) {
-    std::string bytes;
-    for (unsigned i = 0; i < size; ++i)
-        bytes += TempTree::patternAt(offset + i);
-    return bytes;
-}
 
 // A movie over a handle that answers what it is told to.
 class FakeRead : public kit::CacheScene {

@@ -2,6 +2,7 @@
 
 #include "mediautil/object/media_obj_impl.h"
 #include "shared/include/object/switches.h"
+#include "tests/kit/cache_scene.h"
 #include "tests/kit/log_capture.h"
 #include "tests/kit/scripted_movie.h"
 #include "tests/kit/switch_guard.h"
@@ -108,4 +109,61 @@ TEST(FilterDupObjects, SortsByAddressAndKeepsOneOfEach) {
     EXPECT_EQ(movie->filterDupObjects({high, low, high}), (std::list<MediaObj*>{low, high}));
     EXPECT_EQ(movie->filterDupObjects({low, low}), (std::list<MediaObj*>{low}));
     EXPECT_TRUE(movie->filterDupObjects({}).empty());
+}
+
+namespace {
+
+// A recorder's movie with a little essence in a file that was made for much of it.
+class StripeStep : public kit::CacheScene {
+protected:
+    void SetUp() override {
+        MovieScript script = MovieScript::ofTracks(2, 48000);
+        script.m_tracks[0].m_clips[0].m_bitrate = 1536000;
+        script.m_tracks.emplace_back();  // has no clip to add up
+        m_movie = openWriter(scripted("m.hdcam", script), true);
+        ASSERT_NE(m_movie, nullptr);
+        files().advise(0, BasicIOTypes::SizeAdvice::LargeStripe);
+    }
+    void TearDown() override {
+        if (m_movie != nullptr) m_movie->release(nullAgent(), true);
+        CacheScene::TearDown();
+    }
+    MediaFileList& files() const { return m_movie->impl().m_fileList; }
+    // Ends the morph, and looks whether the stripes were touched.
+    void endMorphAndExpectNothing() {
+        ASSERT_EQ(m_movie->getContainment(), MediaContainment::Embedded);
+        const kit::SwitchGuard on(mediaObjDbg, MediaDbg::CacheActivity);
+        m_log.clear();
+        m_movie->endMorph();
+        EXPECT_EQ(m_movie->m_clipPropsSet, 1);
+        EXPECT_EQ(m_movie->m_syncComputed, 1);
+        EXPECT_FALSE(m_log.has("Warning: * created for *")) << m_log.text();
+        EXPECT_FALSE(m_log.has("CMO:updateId(*")) << m_log.text();
+        EXPECT_EQ(files().getSizeAdvice(0), BasicIOTypes::SizeAdvice::LargeStripe);
+    }
+
+    ScriptedMovie* m_movie = nullptr;
+};
+
+}  // namespace
+
+TEST_F(StripeStep, StaysDormantWhileTheFileIsHeldOpen) {
+    AutoRefPtr<BasicFileIO> file = m_movie->getFp(m_result, m_movie->getMediaId(0), true, nullAgent());
+    ASSERT_TRUE(file && file->open());
+    endMorphAndExpectNothing();
+}
+
+TEST_F(StripeStep, StaysDormantWhileTheFileIsClosed) {
+    AutoRefPtr<BasicFileIO> file = m_movie->getFp(m_result, m_movie->getMediaId(0), true, nullAgent());
+    ASSERT_TRUE(file && file->close());
+    endMorphAndExpectNothing();
+}
+
+TEST(Morph, EndOfAWritableMovieWithoutFilesIsQuiet) {
+    LogCapture log;
+    AutoReleasePtr<ScriptedMovie> movie(
+        new ScriptedMovie(MovieScript::ofTracks(1, 48000), {}, true, MediaObj::CacheRefValue::None));
+    movie->beginMorph();
+    movie->endMorph();
+    EXPECT_TRUE(log.lines().empty()) << log.text();
 }
