@@ -9,6 +9,8 @@
 #include "services/system/log.h"
 #include "shared/include/description/media_clip_param.h"
 #include "shared/include/description/media_movie_desc.h"
+#include "shared/include/index/media_sample_desc.h"
+#include "shared/include/index/media_sample_req.h"
 #include "shared/include/io/media_io_buf.h"
 #include "shared/include/object/core_subsystem.h"
 
@@ -47,12 +49,39 @@ OpResult DvLookup::updateNumSamples(unsigned long long frames) {
     return FixedMediaLookup::updateNumSamples(std::min(frames, m_maxFrames));
 }
 
+// The cadence keeps to the rates within a few samples, so the frame is the nearest one by the rates or a neighbour.
+bool DvLookup::findFrameOf(const MediaPlayReq& sound, unsigned long long& frame) const {
+    const unsigned long long samples = std::uint64_t{m_clip.getSampleRate()} * m_system.ticks;
+    if (samples == 0) return false;
+    const unsigned long long nearest = (sound.m_sample * m_system.rate + samples / 2) / samples;
+    for (const unsigned long long candidate : {nearest, nearest + 1, nearest - 1}) {
+        const SampleAndCount cut = getSampleAndCount(m_clip, candidate);
+        if (cut.m_sample != sound.m_sample || cut.m_count != sound.m_count) continue;
+        frame = candidate;
+        return true;
+    }
+    return false;
+}
+
+bool DvLookup::getMediaOffset(const MediaPlayReq& req, MediaSampleDesc& desc, OpResult& result) const {
+    MediaPlayReq whole = req;
+    const bool isSound = req.m_count != 1 && m_clip.getType() == MediaDataType::Audio;
+    if (!isSound || !findFrameOf(req, whole.m_sample)) return FixedMediaLookup::getMediaOffset(req, desc, result);
+    whole.m_count = 1;
+    const bool found = FixedMediaLookup::getMediaOffset(whole, desc, result);
+    if (!result) return false;
+    desc.m_count = req.m_count;
+    desc.m_sample = req.m_sample;
+    desc.m_anchor = req.m_sample;
+    return found;
+}
+
 DvClip::DvClip(DvTrack& track, const DvFormat& format, MediaIdRec* file)
     : MediaClipDesc(MediaContainment::Embedded),
       m_track(track),
       m_system(*format.system),
       m_audio(format.audio),
-      m_lookup(new DvLookup(summaryOf(format), format.maxFrames, *this)) {
+      m_lookup(new DvLookup(summaryOf(format), format.maxFrames, *format.system, *this)) {
     m_mediaId = file;
     m_encoding = MediaEncodingType::Dv;
     if (track.getDataType() == MediaDataType::Audio) {

@@ -15,14 +15,21 @@ class DvTrack;
 // grows, and never past the place where another system follows.
 class DvLookup final : public FixedMediaLookup {
 public:
-    DvLookup(const MediaOffsetSummary& place, std::uint64_t maxFrames, const MediaClipDesc& clip)
-        : FixedMediaLookup(place), m_clip(clip), m_maxFrames(maxFrames) {}
+    DvLookup(const MediaOffsetSummary& place, std::uint64_t maxFrames, const DvSystem& system,
+             const MediaClipDesc& clip)
+        : FixedMediaLookup(place), m_clip(clip), m_system(system), m_maxFrames(maxFrames) {}
 
     const MediaClipDesc& getClip() const override { return m_clip; }
+    // The sound of a frame, as the cadence cuts it, is found in that frame however long the stream is. Other blocks of
+    // samples fall to the nearest frame by the base class.
+    bool getMediaOffset(const MediaPlayReq& req, MediaSampleDesc& desc, OpResult& result) const override;
     OpResult updateNumSamples(unsigned long long frames) override;
 
 private:
+    bool findFrameOf(const MediaPlayReq& sound, unsigned long long& frame) const;
+
     const MediaClipDesc& m_clip;           // borrowed: the clip outlives its lookup
+    const DvSystem& m_system;              // for ever
     const unsigned long long m_maxFrames;  // all ones while there is no end
 };
 

@@ -219,6 +219,49 @@ TEST_F(DvMovie, SoundIsAddressedByTheFrameThatItRidesIn) {
     EXPECT_FALSE(find(sounds(), behind.m_sample, behind.m_count, where));
 }
 
+TEST_F(DvMovie, SoundIsFoundInItsFrameHoweverFarOn) {
+    constexpr unsigned long long frames = 107892;  // an hour of 29.97 Hz, past 4 GiB
+    const std::string path = m_tree.write("hour.dv", stream(system(Ntsc25), 1));
+    std::error_code failure;
+    std::filesystem::resize_file(path, frames * 120000, failure);
+    if (failure) GTEST_SKIP() << "no sparse file of that size: " << failure.message();
+    m_movie = MediaObj::openReader(path.c_str(), MediaObj::ReadMode::ReadOnly, m_result);
+    ASSERT_NE(m_movie, nullptr);
+    // Among them those where a count times a sample number is half a frame off, and all of the last ones.
+    for (unsigned long long frame = 0; frame < frames; frame += frame < frames - 60 ? 7 : 1) {
+        const SampleAndCount samples = sounds().getSampleAndCount(frame);
+        MediaSampleInMovie where;
+        ASSERT_TRUE(find(sounds(), samples.m_sample, samples.m_count, where)) << frame;
+        ASSERT_EQ(where.m_chunks[0].m_offset, frame * 120000) << frame;
+        ASSERT_EQ(where.m_chunks[0].m_size, 120000u);
+        ASSERT_EQ(where.m_sample, samples.m_sample);
+        ASSERT_EQ(where.m_anchor, samples.m_sample);
+        ASSERT_EQ(where.m_count, samples.m_count);
+    }
+}
+
+TEST_F(DvMovie, SoundThatIsNotCutByTheCadenceIsFoundInTheNearestFrame) {
+    openBytes(stream(system(Ntsc25), 6));
+    MediaSampleInMovie where;
+    ASSERT_TRUE(find(sounds(), 3204, 1602, where));
+    EXPECT_EQ(where.m_chunks[0].m_offset, 240000u);
+    ASSERT_TRUE(find(sounds(), 3202, 1600, where));
+    EXPECT_EQ(where.m_chunks[0].m_offset, 240000u);
+    EXPECT_FALSE(find(sounds(), 0, 0, where));
+    EXPECT_FALSE(find(sounds(), 0xFFFFFFFFFFFFFFFFull, 1602, where));
+}
+
+TEST_F(DvMovie, SoundFollowsAStreamThatGrows) {
+    const std::string bytes = stream(system(Ntsc25), 5);
+    openBytes(bytes.substr(0, 120000 * 2));
+    const SampleAndCount last = sounds().getSampleAndCount(4);
+    MediaSampleInMovie where;
+    EXPECT_FALSE(find(sounds(), last.m_sample, last.m_count, where));
+    m_tree.append("a.dv", bytes.substr(120000 * 2));
+    ASSERT_TRUE(find(sounds(), last.m_sample, last.m_count, where));
+    EXPECT_TRUE(read(where) == bytes.substr(120000 * 4));
+}
+
 TEST_F(DvMovie, FollowsAStreamThatGrows) {
     const std::string bytes = stream(system(Pal420), 5);
     openBytes(bytes.substr(0, 144000 * 2 + 7));
