@@ -82,6 +82,7 @@ mc_test(test_services_system tests/unit/services_system unit mc_services_for_tes
 mc_test(test_services_buffer tests/unit/services_buffer unit mc_services_for_tests)
 mc_test(test_services_file tests/unit/services_file unit mc_services_for_tests)
 mc_test(test_services_metadata tests/unit/services_metadata unit mc_services_for_tests)
+mc_test(test_tools tests/unit/tools unit mc_tool mc_test_kit)
 
 # Whatever is not named above links the kit.
 function(mc_find_tests root label)

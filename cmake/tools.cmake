@@ -1,16 +1,24 @@
-# The command line tool, and the examples: one program a source.
+# The command line tool, whose parts are a library for its tests, and the examples: one program a source.
 
 file(GLOB tool_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tools/*.cpp ${CMAKE_SOURCE_DIR}/tools/*/*.cpp)
-if(tool_sources)
-  find_package(CLI11 REQUIRED)
-  find_package(nlohmann_json REQUIRED)
-  add_executable(mediacore_tool ${tool_sources})
-  set_target_properties(mediacore_tool PROPERTIES OUTPUT_NAME mediacore)
-  # One file that runs wherever it is copied to, so the archive and not the shared library.
-  target_link_libraries(mediacore_tool PRIVATE mediacore_static mc_flags CLI11::CLI11 nlohmann_json::nlohmann_json)
-  target_compile_definitions(mediacore_tool PRIVATE MEDIACORE_VERSION="${PROJECT_VERSION}")
-  install(TARGETS mediacore_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+set(tool_frame ${CMAKE_SOURCE_DIR}/tools/main.cpp ${CMAKE_SOURCE_DIR}/tools/options.cpp)
+list(REMOVE_ITEM tool_sources ${tool_frame})
+find_package(nlohmann_json REQUIRED)
+# One file that runs wherever it is copied to, so the archive and not the shared library.
+add_library(mc_tool STATIC ${tool_sources})
+target_link_libraries(mc_tool PUBLIC mediacore_static mc_flags nlohmann_json::nlohmann_json)
+target_compile_definitions(mc_tool PUBLIC MEDIACORE_VERSION="${PROJECT_VERSION}")
+
+# The tests of the parts need no more.
+if(NOT MEDIACORE_TOOLS)
+  return()
 endif()
+
+find_package(CLI11 REQUIRED)
+add_executable(mediacore_tool ${tool_frame})
+set_target_properties(mediacore_tool PROPERTIES OUTPUT_NAME mediacore)
+target_link_libraries(mediacore_tool PRIVATE mc_tool CLI11::CLI11)
+install(TARGETS mediacore_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 # examples/print_tracks.cpp becomes bin/mediacore_print_tracks. They link the shared library, as a client's program does.
 file(GLOB example_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/examples/*.cpp)

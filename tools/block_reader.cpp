@@ -1,12 +1,13 @@
 #include "tools/block_reader.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "shared/include/object/core_subsystem.h"
 
-BlockReader::BlockReader(const Movie& movie, const TrackSamples& samples, Part part)
+BlockReader::BlockReader(const Movie& movie, const TrackUnits& units, Part part)
     : m_movie(movie),
-      m_samples(samples),
+      m_units(units),
       m_end(part.m_from + part.m_count),
       m_at(part.m_from),
       m_hook(*this, &BlockReader::receive) {}
@@ -20,30 +21,37 @@ BlockReader::~BlockReader() {
     }
 }
 
-void BlockReader::prepare(Slot& slot, const MediaSampleDesc& samples) {
+void BlockReader::prepare(Slot& slot, const TrackUnits::Stretch& stretch) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    slot.m_block = Block{nullptr, samples.m_count, samples.m_info.getSize()};
+    const MediaSampleDesc& samples = stretch.m_where;
+    const unsigned bytes = samples.m_count > 0 ? samples.m_info.getSize() : 0;
+    slot.m_block = Block{nullptr, stretch.m_units, samples.m_count, bytes};
     slot.m_first = m_at;
     slot.m_status = 0;
-    slot.m_pending = true;
+    slot.m_pending = bytes > 0;
 }
 
 bool BlockReader::start(std::optional<Failure>& failure) {
-    MediaReadReq request;
-    if (!m_samples.locate(m_at, m_end - m_at, s_blockBytes, request.m_sample, failure)) return false;
+    TrackUnits::Stretch stretch;
+    if (!m_units.locate(m_at, m_end - m_at, s_blockBytes, stretch, failure)) return false;
     Slot& slot = m_slots[(m_head + m_used) % s_depth];
-    prepare(slot, request.m_sample);
+    prepare(slot, stretch);
+    if (slot.m_block.m_bytes > 0 && !read(slot, stretch.m_where, failure)) return false;
+    m_at += stretch.m_units;
+    ++m_used;
+    return true;
+}
+
+bool BlockReader::read(Slot& slot, const MediaSampleInMovie& where, std::optional<Failure>& failure) {
+    MediaReadReq request;
+    request.m_sample = where;
     request.m_cb = &m_hook;
     request.m_tag = &slot;
     OpResult result = (*m_movie).vaRead(request);
-    if (!result) {
-        slot.m_pending = false;
-        failure = Failure::from(result, m_movie.path());
-        return false;
-    }
-    m_at += request.m_sample.m_count;
-    ++m_used;
-    return true;
+    if (result) return true;
+    slot.m_pending = false;
+    failure = Failure::from(result, m_movie.path());
+    return false;
 }
 
 void BlockReader::fill() {
@@ -63,8 +71,10 @@ bool BlockReader::receive(const BasicIOTypes::ReadNotify& notify) {
 }
 
 Failure BlockReader::explain(const Slot& slot) const {
-    const std::string place = " in the samples from " + std::to_string(slot.m_first) + " on";
-    if (slot.m_block.m_data == nullptr && slot.m_status != 0) {
+    const std::string place =
+        std::string(" in the ") + m_units.name() + "s from " + std::to_string(slot.m_first) + " on";
+    // ENODATA is what a read is told that begins behind the file's end.
+    if (slot.m_block.m_data == nullptr && slot.m_status != 0 && slot.m_status != ENODATA) {
         return Failure::make(ExitCode::IoError, MediaCode::ReadError, m_movie.path(),
                              std::strerror(slot.m_status) + place);
     }
@@ -84,7 +94,8 @@ bool BlockReader::next(Block& block, std::optional<Failure>& failure) {
     }
     m_head = (m_head + 1) % s_depth;
     --m_used;
-    if (slot.m_block.m_data == nullptr || obufSize(slot.m_block.m_data) < slot.m_block.m_bytes) {
+    const bool isEmpty = slot.m_block.m_bytes == 0;
+    if (!isEmpty && (slot.m_block.m_data == nullptr || obufSize(slot.m_block.m_data) < slot.m_block.m_bytes)) {
         failure = explain(slot);
         obufFree(slot.m_block.m_data);
         return false;

@@ -22,17 +22,19 @@ bool forEachFrame(const FrameList& frames, Part part, std::optional<Failure>& fa
 
 std::string textOf(const FrameRow& row) {
     char line[160];
-    std::snprintf(line, sizeof line, "%10llu %14llu %8u %16llu %10u\n", row.m_frame, row.m_sample, row.m_count,
-                  row.m_offset, row.m_bytes);
+    std::snprintf(line, sizeof line, "%10llu %14llu %8u %16llu %10u%s%s\n", row.m_frame, row.m_sample, row.m_count,
+                  row.m_offset, row.m_bytes, row.m_coding != nullptr ? "  " : "",
+                  row.m_coding != nullptr ? row.m_coding : "");
     return line;
 }
 
 // A document may have hundreds of thousands of rows, so it goes out as it is made, a row a line.
 class FramePrinter {
 public:
-    explicit FramePrinter(Output& output) : m_output(output), m_isJson(output.options().m_json) {
+    FramePrinter(Output& output, bool hasCoding) : m_output(output), m_isJson(output.options().m_json) {
         m_text = m_isJson ? "{\"schemaVersion\":" + std::to_string(s_schemaVersion) + ",\"frames\":["
-                          : "     frame         sample    count           offset      bytes\n";
+                          : "     frame         sample    count           offset      bytes" +
+                                std::string(hasCoding ? "  coding" : "") + "\n";
     }
 
     bool add(const FrameRow& row) {
@@ -76,7 +78,7 @@ ExitCode printField(const FrameList& frames, Part part, Output& output) {
 }
 
 ExitCode printRows(const RangeOptions& options, const FrameList& frames, Part part, Output& output) {
-    FramePrinter printer(output);
+    FramePrinter printer(output, frames.hasCoding());
     std::optional<Failure> failure;
     const bool whole =
         forEachFrame(frames, part, failure, [&printer](const FrameRow& row) { return printer.add(row); });

@@ -13,6 +13,8 @@ constexpr std::array<Example, 5> s_examples = {{
     {"info",
      "mediacore info interview.wav\n"
      "    what the movie is, its tracks, clips and files\n"
+     "mediacore info --field timecode.text tape.dv\n"
+     "    the timecode of the first frame\n"
      "mediacore info --json *.wav | jq -r '.movies[] | select(.error) | .path'\n"
      "    which of these files can't be opened\n"
      "mediacore info --field durationSeconds interview.wav\n"
@@ -25,11 +27,15 @@ constexpr std::array<Example, 5> s_examples = {{
      "mediacore read interview.wav --track audio0 --from 48000 --count 96000 | \\\n"
      "        ffplay -f s16le -ar 48000 -ac 2 -\n"
      "    two seconds from the first second on\n"
+     "mediacore read tape.dv --track video0 --frames --from 250 --count 25 -o part.dv\n"
+     "    frames 250 to 274\n"
      "mediacore read interview.wav --track audio0 -o part.pcm --json --progress=none\n"
      "    what was read, as a document\n"},
     {"frames",
      "mediacore frames interview.wav --track audio0 --count 5\n"
      "    where the samples of the first five video frames lie\n"
+     "mediacore frames tape.dv --track video0\n"
+     "    where each picture lies, and how it is coded\n"
      "mediacore frames interview.wav --json | jq '.frames[0].offset'\n"
      "    the place of the first sample\n"},
     {"formats",

@@ -3,7 +3,10 @@
 #include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_movie_desc.h"
 #include "shared/include/description/media_names.h"
+#include "shared/include/description/media_timecode.h"
 #include "shared/include/description/media_track_desc.h"
+#include "tools/movie.h"
+#include "tools/property_document.h"
 
 namespace {
 
@@ -12,17 +15,39 @@ double secondsOf(unsigned long long ticks, const MediaMovieDesc& desc) {
     return static_cast<double>(ticks) / desc.getTimeBase();
 }
 
+// What only pictures have. A fact that the movie doesn't tell isn't there.
+void addPictureOf(const MediaClipDesc& clip, Json& facts) {
+    facts["sequenceCoding"] = MediaNames::get(clip.getSequenceCoding());
+    if (clip.getChroma() != MediaChromaSample::None) facts["chroma"] = MediaNames::get(clip.getChroma());
+    if (clip.getVscan() != MediaVideoScanType::Unknown) facts["scan"] = MediaNames::get(clip.getVscan());
+}
+
 Json describeClip(const MediaObj& movie, const MediaClipDesc& clip) {
     MediaIdRec* const file = clip.getMediaId();
-    return Json{{"encoding", MediaNames::get(clip.getEncoding())},
-                {"sampleRate", clip.getSampleRate()},
-                {"ticksPerSample", clip.getTicksPerSample()},
-                {"channels", clip.getChannels()},
-                {"bitsPerUnit", clip.getBitsPerUnit()},
-                {"endian", MediaNames::get(clip.getEndian())},
-                {"bitrate", clip.getBitrate()},
-                {"samples", clip.getLength()},
-                {"file", file != nullptr ? movie.getPath(file) : ""}};
+    Json facts{{"encoding", MediaNames::get(clip.getEncoding())},
+               {"sampleRate", clip.getSampleRate()},
+               {"ticksPerSample", clip.getTicksPerSample()},
+               {"channels", clip.getChannels()},
+               {"bitsPerUnit", clip.getBitsPerUnit()},
+               {"endian", MediaNames::get(clip.getEndian())},
+               {"bitrate", clip.getBitrate()},
+               {"samples", clip.getLength()},
+               {"file", file != nullptr ? movie.getPath(file) : ""}};
+    if (clip.getType() == MediaDataType::Video) addPictureOf(clip, facts);
+    return facts;
+}
+
+void addProperties(const MediaPropertyList& bag, Json& facts) {
+    if (bag.getPropertyCount() > 0) facts["properties"] = describeProperties(bag);
+}
+
+// What a track need not have.
+void addRest(const MediaTrackDesc& track, Json& facts) {
+    if (track.getWidth() != 0) facts["width"] = track.getWidth();
+    if (track.getHeight() != 0) facts["height"] = track.getHeight();
+    if (track.getAspectRatio() != MediaAspectRatio::Unknown) facts["aspect"] = MediaNames::get(track.getAspectRatio());
+    if (track.getSyncAdjustment() != 0) facts["syncAdjustment"] = track.getSyncAdjustment();
+    addProperties(track.getProperties(), facts);
 }
 
 Json describeTrack(const MediaObj& movie, unsigned index) {
@@ -30,11 +55,13 @@ Json describeTrack(const MediaObj& movie, unsigned index) {
     Json clips = Json::array();
     for (unsigned i = 0; i < track.getClipCount(); ++i)
         clips.push_back(describeClip(movie, *track.getClip(i)));
-    return Json{{"name", trackName(movie, index)},
-                {"type", MediaNames::get(track.getDataType())},
-                {"length", track.getLength()},
-                {"durationSeconds", secondsOf(track.getLength(), *movie.getMovieDesc())},
-                {"clips", std::move(clips)}};
+    Json facts{{"name", trackName(movie, index)},
+               {"type", MediaNames::get(track.getDataType())},
+               {"length", track.getLength()},
+               {"durationSeconds", secondsOf(track.getLength(), *movie.getMovieDesc())}};
+    addRest(track, facts);
+    facts["clips"] = std::move(clips);
+    return facts;
 }
 
 Json describeFiles(const MediaObj& movie) {
@@ -53,19 +80,32 @@ Json describeTracks(const MediaObj& movie) {
     return tracks;
 }
 
+Json describeTimecode(const MediaTimecode& timecode) {
+    return Json{{"text", timecode.toString().get()}, {"dropFrame", timecode.m_dropFrame}};
+}
+
+// What a movie need not have.
+void addRest(const MediaObj& movie, Json& facts) {
+    const MediaTimecode timecode = movie.getTimecode();
+    if (timecode.isValid()) facts["timecode"] = describeTimecode(timecode);
+    if (const unsigned gop = movie.getMovieGopLength(); gop != 0) facts["gopLength"] = gop;
+    addProperties(movie.getProperties(), facts);
+}
+
 }  // namespace
 
-Json describeMovie(const Movie& movie) {
-    const MediaObj& object = *movie;
-    const MediaMovieDesc& desc = *object.getMovieDesc();
-    return Json{{"path", movie.path()},
-                {"fileType", MediaNames::get(desc.getFileType())},
-                {"videoRate", MediaNames::get(object.getVideoRate())},
-                {"timeBase", desc.getTimeBase()},
-                {"frames", object.getFrameLength()},
-                {"durationSeconds", secondsOf(desc.getMaxTrackLength(), desc)},
-                {"writable", desc.isWritable()},
-                {"recording", object.isRecording()},
-                {"tracks", describeTracks(object)},
-                {"files", describeFiles(object)}};
+Json describeMovie(const std::string& path, const MediaObj& movie) {
+    const MediaMovieDesc& desc = *movie.getMovieDesc();
+    Json facts{{"path", path},
+               {"fileType", MediaNames::get(desc.getFileType())},
+               {"videoRate", MediaNames::get(movie.getVideoRate())},
+               {"timeBase", desc.getTimeBase()},
+               {"frames", movie.getFrameLength()},
+               {"durationSeconds", secondsOf(desc.getMaxTrackLength(), desc)},
+               {"writable", desc.isWritable()},
+               {"recording", movie.isRecording()}};
+    addRest(movie, facts);
+    facts["tracks"] = describeTracks(movie);
+    facts["files"] = describeFiles(movie);
+    return facts;
 }

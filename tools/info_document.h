@@ -1,7 +1,10 @@
 #pragma once
 
-#include "tools/movie.h"
+#include <string>
+
 #include "tools/output.h"
 
-// What there is to say about a movie, as a member of the list of the document.
-Json describeMovie(const Movie& movie);
+class MediaObj;
+
+// What there is to say about a movie, as a member of the list of the document. `path` is the one that was given.
+Json describeMovie(const std::string& path, const MediaObj& movie);

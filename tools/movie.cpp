@@ -85,8 +85,7 @@ std::optional<Part> resolvePart(const RangeOptions& options, unsigned long long 
                                 std::optional<Failure>& failure) {
     const unsigned long long from = options.m_from.value_or(0);
     const std::string has = "the track has " + std::to_string(total) + " " + unit + "s";
-    const bool asksForNone = options.m_count.has_value() && *options.m_count == 0;
-    if (from > total || (from == total && total != 0 && !asksForNone)) {
+    if (from > total || (from == total && total != 0)) {
         failure = outOfRange(options.m_file, std::string("no ") + unit + " " + std::to_string(from) + "; " + has);
         return std::nullopt;
     }

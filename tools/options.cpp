@@ -118,6 +118,7 @@ private:
     static void finish(const Numbers& numbers, RangeOptions& range) {
         range.m_from = countOf("--from", numbers.m_from);
         range.m_count = countOf("--count", numbers.m_count);
+        if (range.m_count == 0ull) throw CLI::ValidationError("--count", "0 asks for nothing");
     }
 
     static ProgressKind progressOf(const std::string& text) {
@@ -165,7 +166,7 @@ private:
     }
 
     void addInfo() {
-        CLI::App* sub = addCommand("info", Command::Info, "Tell what movies are: tracks, clips, files");
+        CLI::App* sub = addCommand("info", Command::Info, "Tell what movies are: timecode, tracks, clips, files");
         sub->add_option("FILE", m_options.m_info.m_files, "Movies")->required()->type_name("...");
         addOutput(sub, m_options.m_info.m_output, "Print one JSON document (docs/schema/info.json)", "movies.0.frames");
     }
@@ -174,6 +175,7 @@ private:
         ReadOptions& read = m_options.m_read;
         CLI::App* sub = addCommand("read", Command::Read, "Copy a track's samples out, byte for byte");
         addRange(sub, read.m_range, m_readNumbers, "sample");
+        addFlag(sub, "--frames", read.m_frames, "Count --from and --count in video frames, also in a track of sound");
         addOption(sub, "-o,--output", read.m_target, "OUT",
                   "Where the bytes go; - is standard output, which is the default");
         addOption(sub, "--progress", m_progress, "KIND",

@@ -33,7 +33,8 @@ struct RangeOptions {
 };
 
 struct ReadOptions {
-    RangeOptions m_range;  // samples
+    RangeOptions m_range;  // samples, or:
+    bool m_frames = false;
     std::string m_target;  // "-" is standard output, empty is standard output unless that is a terminal
     ProgressKind m_progress = ProgressKind::Auto;
     OutputOptions m_output;

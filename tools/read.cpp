@@ -1,18 +1,18 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <memory>
 
-#include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_track_desc.h"
-#include "shared/include/index/media_offset_lookup.h"
 #include "shared/include/object/core_subsystem.h"
 #include "tools/block_reader.h"
 #include "tools/byte_output.h"
 #include "tools/commands.h"
+#include "tools/frame_list.h"
 #include "tools/interrupt.h"
 #include "tools/movie.h"
 #include "tools/progress.h"
+#include "tools/track_samples.h"
 
 namespace {
 
@@ -29,20 +29,28 @@ std::optional<Failure> checkTarget(const ReadOptions& options) {
     return std::nullopt;
 }
 
-// For the progress only; 0 when samples differ in size.
-unsigned long long bytesOf(const MediaTrackDesc& track, unsigned long long samples) {
-    const MediaOffsetLookup* lookup = track.getClipCount() > 0 ? track.getClip(0)->getLookup() : nullptr;
-    return lookup != nullptr ? samples * lookup->getFixedSize() : 0;
+// What the part is counted in. The sound of some tracks lies inside the frames of another one, each of which is read
+// whole: it has no samples that could be cut out. Fails: null.
+std::unique_ptr<TrackUnits> unitsOf(const ReadOptions& options, const MediaTrackDesc& track,
+                                    std::optional<Failure>& failure) {
+    const RangeOptions& range = options.m_range;
+    if (options.m_frames || (track.isSlave() && !range.m_from && !range.m_count))
+        return std::make_unique<FrameList>(track);
+    if (!track.isSlave()) return std::make_unique<TrackSamples>(track);
+    failure = Failure::usage("the samples of this track lie inside video frames: say --frames to count those");
+    failure->m_file = range.m_file;
+    return nullptr;
 }
 
-std::string partial(const ByteOutput& target, unsigned long long samples, unsigned long long wanted) {
-    return " (" + std::to_string(target.written()) + " bytes written, " + std::to_string(samples) + " of " +
-           std::to_string(wanted) + " samples whole)";
+std::string partial(const ByteOutput& target, unsigned long long units, unsigned long long wanted, const char* unit) {
+    return " (" + std::to_string(target.written()) + " bytes written, " + std::to_string(units) + " of " +
+           std::to_string(wanted) + " " + unit + "s whole)";
 }
 
 // What is copied, and how far it came.
 struct Copy {
     std::optional<Failure> m_failure;
+    unsigned long long m_units = 0;
     unsigned long long m_samples = 0;
     bool m_interrupted = false;
 };
@@ -51,12 +59,13 @@ Copy copyPart(BlockReader& reader, ByteOutput& target, Progress& progress) {
     Copy copy;
     BlockReader::Block block;
     while (!Interrupt::isPending() && reader.next(block, copy.m_failure)) {
-        const int error = target.write(block.m_data, block.m_bytes);
+        const int error = block.m_bytes > 0 ? target.write(block.m_data, block.m_bytes) : 0;
         obufFree(block.m_data);
         if (error != 0) {
             if (error != EINTR) copy.m_failure = Failure::system(MediaCode::WriteError, target.name(), error);
             break;
         }
+        copy.m_units += block.m_units;
         copy.m_samples += block.m_samples;
         progress.update(target.written());
     }
@@ -64,22 +73,30 @@ Copy copyPart(BlockReader& reader, ByteOutput& target, Progress& progress) {
     return copy;
 }
 
-ExitCode finish(const ReadOptions& options, Part part, Copy copy, ByteOutput& target, Output& output) {
+// What was asked for, by the names that it has.
+struct Job {
+    std::string m_track;
+    const char* m_unit;
+    Part m_part;
+};
+
+ExitCode finish(const ReadOptions& options, const Job& job, Copy copy, ByteOutput& target, Output& output) {
     if (const int error = target.close(); error != 0 && !copy.m_failure) {
         copy.m_failure = Failure::system(MediaCode::WriteError, target.name(), error);
     }
-    if (copy.m_interrupted && copy.m_samples < part.m_count) {
-        Output::tell(Failure{ExitCode::Interrupted, 0, "interrupted", "",
-                             partial(target, copy.m_samples, part.m_count).substr(1)});
+    const std::string part = partial(target, copy.m_units, job.m_part.m_count, job.m_unit);
+    if (copy.m_interrupted && copy.m_units < job.m_part.m_count) {
+        Output::tell(Failure{ExitCode::Interrupted, 0, "interrupted", "", part.substr(1)});
         return ExitCode::Interrupted;
     }
     if (copy.m_failure) {
-        if (target.written() > 0) copy.m_failure->m_message += partial(target, copy.m_samples, part.m_count);
+        if (target.written() > 0) copy.m_failure->m_message += part;
         return output.fail(*copy.m_failure);
     }
     if (!output.options().wantsDocument()) return ExitCode::Done;
-    const Json read{{"path", options.m_range.m_file}, {"track", options.m_range.m_track}, {"from", part.m_from},
-                    {"count", copy.m_samples},        {"bytes", target.written()},        {"output", options.m_target}};
+    const Json read{{"path", options.m_range.m_file}, {"track", job.m_track},      {"unit", job.m_unit},
+                    {"from", job.m_part.m_from},      {"count", copy.m_units},     {"samples", copy.m_samples},
+                    {"bytes", target.written()},      {"output", options.m_target}};
     return output.printDocument(Json{{"schemaVersion", s_schemaVersion}, {"read", read}});
 }
 
@@ -92,19 +109,18 @@ ExitCode runRead(const ReadOptions& options, bool quiet, Output& output) {
     if (movie.failure()) return output.fail(*movie.failure());
     const MediaTrackDesc* track = movie.findTrack(options.m_range.m_track, failure);
     if (track == nullptr) return output.fail(*failure);
-    const TrackSamples samples(*track);
-    const std::optional<Part> part = resolvePart(options.m_range, samples.count(), "sample", failure);
+    const std::unique_ptr<TrackUnits> units = unitsOf(options, *track, failure);
+    if (!units) return output.fail(*failure);
+    const std::optional<Part> part = resolvePart(options.m_range, units->count(), units->name(), failure);
     if (!part) return output.fail(*failure);
     ByteOutput target;
     failure = target.open(options.m_target, *movie);
     if (failure) return output.fail(*failure);
     Copy copy;
     {
-        BlockReader reader(movie, samples, *part);
-        Progress progress(options.m_progress, quiet, bytesOf(*track, part->m_count));
+        BlockReader reader(movie, *units, *part);
+        Progress progress(options.m_progress, quiet, units->bytesOf(part->m_from, part->m_count));
         copy = copyPart(reader, target, progress);
     }
-    ReadOptions named = options;
-    named.m_range.m_track = trackName(*movie, track->getTrackIndex());
-    return finish(named, *part, copy, target, output);
+    return finish(options, Job{trackName(*movie, track->getTrackIndex()), units->name(), *part}, copy, target, output);
 }

@@ -10,6 +10,18 @@
 #include "shared/include/object/core_subsystem.h"
 #include "shared/include/object/media_obj.h"
 
+namespace {
+
+// Samples that differ in size are asked for one by one: each lies where it likes. So are those of DV, whose index takes
+// any other count for the sound of one frame.
+unsigned long long samplesAtOnce(const MediaClipDesc& clip, unsigned bytes) {
+    const MediaOffsetLookup* lookup = clip.getLookup();
+    const unsigned size = lookup != nullptr ? lookup->getFixedSize() : 0;
+    return size == 0 || clip.getEncoding() == MediaEncodingType::Dv ? 1 : std::max(1u, bytes / size);
+}
+
+}  // namespace
+
 TrackSamples::TrackSamples(const MediaTrackDesc& track) : m_path(track.getObj().getPath(nullptr)) {
     for (unsigned i = 0; i < track.getClipCount(); ++i) {
         const MediaClipDesc& clip = *track.getClip(i);
@@ -32,17 +44,22 @@ const TrackSamples::Span& TrackSamples::spanAt(unsigned long long at) const {
     return *(behind - 1);
 }
 
-bool TrackSamples::locate(unsigned long long at, unsigned long long most, unsigned bytes, MediaSampleInMovie& where,
+unsigned long long TrackSamples::bytesOf(unsigned long long, unsigned long long count) const {
+    const MediaOffsetLookup* lookup = m_spans.empty() ? nullptr : m_spans.front().m_clip->getLookup();
+    return lookup != nullptr ? count * lookup->getFixedSize() : 0;
+}
+
+bool TrackSamples::locate(unsigned long long at, unsigned long long most, unsigned bytes, Stretch& stretch,
                           std::optional<Failure>& failure) const {
     const Span& span = spanAt(at);
-    const MediaOffsetLookup* lookup = span.m_clip->getLookup();
-    const unsigned size = lookup != nullptr ? lookup->getFixedSize() : 0;
-    // Samples that differ in size are asked for one by one: each lies where it likes.
-    const unsigned long long fitting = size == 0 ? 1 : std::max(1u, bytes / size);
-    const unsigned long long count = std::min({most, fitting, span.m_at + span.m_count - at});
+    const unsigned long long count =
+        std::min({most, samplesAtOnce(*span.m_clip, bytes), span.m_at + span.m_count - at});
     OpResult result;
     const MediaPlayReq request(span.m_first + (at - span.m_at), static_cast<unsigned>(count));
-    if (span.m_clip->getMediaOffset(request, where, result) && where.m_count > 0) return true;
+    if (span.m_clip->getMediaOffset(request, stretch.m_where, result) && stretch.m_where.m_count > 0) {
+        stretch.m_units = stretch.m_where.m_count;
+        return true;
+    }
     if (!result) {
         failure = Failure::from(result, m_path);
     } else {

@@ -1,25 +1,23 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "shared/include/index/media_sample_desc.h"
-#include "tools/failure.h"
+#include "tools/track_units.h"
 
 class MediaClipDesc;
 class MediaTrackDesc;
 
 // The samples that a track shows, counted through its clips from 0.
-class TrackSamples {
+class TrackSamples final : public TrackUnits {
 public:
     explicit TrackSamples(const MediaTrackDesc& track);
 
-    unsigned long long count() const { return m_count; }
-    // Where samples from `at` on lie: at most `most`, and at most `bytes` of them where their size is known, but one at
-    // least. Requires: `at` below count(), `most` above 0. Fails: false with the reason.
-    bool locate(unsigned long long at, unsigned long long most, unsigned bytes, MediaSampleInMovie& where,
-                std::optional<Failure>& failure) const;
+    const char* name() const override { return "sample"; }
+    unsigned long long count() const override { return m_count; }
+    unsigned long long bytesOf(unsigned long long from, unsigned long long count) const override;
+    bool locate(unsigned long long at, unsigned long long most, unsigned bytes, Stretch& stretch,
+                std::optional<Failure>& failure) const override;
 
 private:
     // Samples of one clip without a gap.

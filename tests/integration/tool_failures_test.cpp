@@ -147,6 +147,64 @@ TEST_F(ToolFailures, RangesAndTracksThatAreNotThereAreTwo) {
     EXPECT_FALSE(m_tree.exists("out"));
 }
 
+TEST_F(ToolFailures, RangesInFramesThatAreNotThereAreTwo) {
+    const std::string path = wav();
+    const std::string out = m_tree.path("out");
+    const std::string has = "; the track has 30 frames";
+    // At the end, behind it, and where a number of fewer bits would wrap.
+    for (const std::string from : {"30", "31", "2147483647", "2147483648", "4294967296", "4294967297",
+                                   "9223372036854775807", "9223372036854775808", "18446744073709551615"}) {
+        const std::string sentence = path + ": out of range: no frame " + from + has;
+        expectFailure({"read", path, "-o", out, "--frames", "--from", from}, 2, sentence, 11);
+        expectFailure({"frames", path, "--from", from}, 2, sentence, 11);
+    }
+    for (const std::string count : {"30", "4294967296", "4294967297", "9223372036854775808", "18446744073709551615"}) {
+        const std::string sentence = path + ": out of range: " + count + " frames from 29 on" + has;
+        expectFailure({"read", path, "-o", out, "--frames", "--from", "29", "--count", count}, 2, sentence, 11);
+        expectFailure({"frames", path, "--from", "29", "--count", count}, 2, sentence, 11);
+    }
+    EXPECT_FALSE(m_tree.exists("out"));
+}
+
+TEST_F(ToolFailures, ANumberThatIsNoneIsTwo) {
+    const std::string path = wav();
+    for (const std::string text : {"-1", "-0", "1.5", "1e3", "ten", " 1", "1 ", "+1", "0x10", "18446744073709551616"}) {
+        for (const std::string option : {"--from", "--count"}) {
+            for (const std::string command : {"read", "frames"}) {
+                const kit::Outcome outcome = runTool({command, path, option + "=" + text});
+                EXPECT_EQ(outcome.m_exit, 2);
+                EXPECT_EQ(outcome.m_out, "");
+                EXPECT_THAT(outcome.m_err,
+                            StartsWith("mediacore: wrong usage: " + option + ": not a number: " + text + "\n"));
+            }
+        }
+    }
+}
+
+TEST_F(ToolFailures, ACountOfNothingIsTwo) {
+    const std::string path = wav();
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"read", path}, {"read", path, "--frames"}, {"frames", path}}) {
+        std::vector<std::string> all = arguments;
+        all.insert(all.end(), {"--count", "0"});
+        const kit::Outcome outcome = runTool(all);
+        EXPECT_EQ(outcome.m_exit, 2);
+        EXPECT_EQ(outcome.m_out, "");
+        EXPECT_THAT(outcome.m_err, StartsWith("mediacore: wrong usage: --count: 0 asks for nothing\n"));
+    }
+}
+
+TEST_F(ToolFailures, AMovieThatIsEmptyIsReadAsNothingAndHasNoPart) {
+    const std::string path = wav();
+    m_tree.write("movie.wav", readFile(path).substr(0, dataOffset(readFile(path))));
+    EXPECT_EQ(runTool({"read", path}).m_exit, 0);
+    EXPECT_EQ(runTool({"read", path, "--frames"}).m_out, "");
+    EXPECT_EQ(runTool({"read", path, "--frames"}).m_exit, 0);
+    expectFailure({"read", path, "-o", m_tree.path("out"), "--frames", "--count", "1"}, 2,
+                  path + ": out of range: 1 frames from 0 on; the track has 0 frames", 11);
+    expectFailure({"frames", path, "--from", "1"}, 2, path + ": out of range: no frame 1; the track has 0 frames", 11);
+}
+
 TEST_F(ToolFailures, WrongUsageIsTwoAndSaysWhatIsWrong) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> lines = {
         {{}, "wrong usage: no command is given"},

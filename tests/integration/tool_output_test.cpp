@@ -118,9 +118,14 @@ TEST_F(ToolOutput, ReadTellsWhatItReadAsADocument) {
     const std::string out = m_tree.path("out");
     const kit::Outcome outcome = runTool({"read", path, "--from", "100", "--count", "50", "-o", out, "--json"});
     EXPECT_EQ(outcome.m_exit, 0);
-    EXPECT_EQ(
-        documentOf(outcome, "read")["read"],
-        (json{{"path", path}, {"track", "audio0"}, {"from", 100}, {"count", 50}, {"bytes", 200}, {"output", out}}));
+    EXPECT_EQ(documentOf(outcome, "read")["read"], (json{{"path", path},
+                                                         {"track", "audio0"},
+                                                         {"unit", "sample"},
+                                                         {"from", 100},
+                                                         {"count", 50},
+                                                         {"samples", 50},
+                                                         {"bytes", 200},
+                                                         {"output", out}}));
     EXPECT_EQ(readFile(out).size(), 200u);
 }
 
@@ -136,6 +141,8 @@ TEST_F(ToolOutput, ProgressForProgramsEndsWithTheWhole) {
     EXPECT_EQ(checkSchema(loadSchema("progress"), line), "");
     EXPECT_EQ(line["bytes"], 19200);
     EXPECT_EQ(line["total"], 19200);
+    const kit::Outcome byFrames = runTool({"read", wav(), "-o", m_tree.path("out"), "--frames", "--progress=json"});
+    EXPECT_EQ(json::parse(byFrames.m_err)["total"], 19200);
     EXPECT_EQ(runTool({"read", wav(), "-o", m_tree.path("out"), "--progress=json", "-q"}).m_err, "");
 }
 
@@ -150,6 +157,7 @@ TEST_F(ToolOutput, OptionsComeFromTheEnvironmentAndTheCommandLineComesFirst) {
     EXPECT_EQ(runHere({"read", path}, {{"MEDIACORE_OUTPUT", "out"}}).m_out, "");
     EXPECT_TRUE(m_tree.exists("out"));
     EXPECT_EQ(runHere({"read", path}, {{"MEDIACORE_FROM", "ten"}}).m_exit, 2);
+    EXPECT_EQ(runHere({"read", path, "--count", "1"}, {{"MEDIACORE_FRAMES", "1"}}).m_out.size(), 1600 * 4u);
     EXPECT_EQ(runHere({"formats"}, {{"MEDIACORE_FROM", "ten"}}).m_exit, 0);
 }
 
@@ -230,7 +238,7 @@ TEST_F(ToolOutput, CompletionKnowsCommandsOptionsAndFiles) {
         return outcome.m_out;
     };
     EXPECT_EQ(complete("mediacore f", 1), "frames\nformats\n");
-    EXPECT_EQ(complete("mediacore read --fr", 2), "--from\n");
+    EXPECT_EQ(complete("mediacore read --fr", 2), "--from\n--frames\n");
     EXPECT_EQ(complete("mediacore read --progress j", 3), "json\n");
     EXPECT_EQ(complete("mediacore generate m", 2), "man\n");
     EXPECT_EQ(complete("mediacore info mov", 2), "movie one.wav\n");
@@ -240,8 +248,9 @@ TEST_F(ToolOutput, CompletionKnowsCommandsOptionsAndFiles) {
 
 TEST_F(ToolOutput, TheManualSaysWhatTheHelpSays) {
     const std::string manual = runTool({"generate", "man"}).m_out;
-    for (const char* text : {".TH MEDIACORE 1", ".SH NAME", ".SH EXIT STATUS", ".SH ENVIRONMENT", ".SH EXAMPLES",
-                             "\\fB\\-\\-track\\fR \\fITRACK\\fR", "MEDIACORE_COUNT", "\\fB130\\fR\ninterrupted."}) {
+    for (const char* text :
+         {".TH MEDIACORE 1", ".SH NAME", ".SH EXIT STATUS", ".SH ENVIRONMENT", ".SH EXAMPLES",
+          "\\fB\\-\\-track\\fR \\fITRACK\\fR", "MEDIACORE_COUNT", "MEDIACORE_FRAMES", "\\fB130\\fR\ninterrupted."}) {
         EXPECT_THAT(manual, HasSubstr(text));
     }
     const json document = documentOf(runTool({"generate", "man", "--json"}), "generate");

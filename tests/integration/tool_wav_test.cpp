@@ -72,8 +72,8 @@ TEST_P(ToolWav, PartsOfATrackAreExactToTheSample) {
     const std::size_t sample = std::size_t{GetParam().m_channels} * GetParam().bits() / 8;
     const std::string all = samplesByFfmpeg(m_path, GetParam().m_codec);
     const std::size_t last = GetParam().m_samples - 1;
-    const std::vector<std::pair<std::size_t, std::size_t>> parts = {{0, 1},        {0, 0},    {1, 2},
-                                                                    {last - 1, 2}, {last, 1}, {7, last - 9}};
+    const std::vector<std::pair<std::size_t, std::size_t>> parts = {
+        {0, 1}, {1, 2}, {last - 1, 2}, {last, 1}, {7, last - 9}};
     for (const auto& [from, count] : parts) {
         const kit::Outcome outcome =
             runTool({"read", m_path, "--from", std::to_string(from), "--count", std::to_string(count)});
@@ -97,7 +97,26 @@ TEST_P(ToolWav, FramesFollowOneAnotherThroughTheDataChunk) {
         EXPECT_EQ(frames[i]["bytes"], frames[i]["count"].get<std::size_t>() * sample);
         expected += frames[i]["count"].get<std::size_t>();
     }
-    EXPECT_LE(expected, GetParam().m_samples);
+    EXPECT_EQ(expected, GetParam().m_samples);
+}
+
+TEST_P(ToolWav, ReadByFramesGivesTheSamplesOfEachFrame) {
+    const std::string all = samplesByFfmpeg(m_path, GetParam().m_codec);
+    EXPECT_TRUE(runTool({"read", m_path, "--frames"}).m_out == all);
+    const json frames = documentOf(runTool({"frames", m_path, "--json"}), "frames")["frames"];
+    const std::size_t sample = all.size() / GetParam().m_samples;
+    const std::size_t last = frames.size() - 1;
+    const std::pair<std::size_t, std::size_t> parts[] = {{0, 1}, {1, 1}, {last / 2, 1}, {last, 1}, {1, last}};
+    for (const auto& [from, count] : parts) {
+        if (from + count > frames.size()) continue;
+        const std::string part =
+            runTool({"read", m_path, "--frames", "--from", std::to_string(from), "--count", std::to_string(count)})
+                .m_out;
+        const json& end = frames[from + count - 1];
+        const std::size_t first = frames[from]["sample"],
+                          behind = end["sample"].get<std::size_t>() + end["count"].get<std::size_t>();
+        EXPECT_TRUE(part == all.substr(first * sample, (behind - first) * sample)) << from << " " << count;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -137,6 +156,46 @@ TEST(ToolFrames, TheLastFrameHasTheSamplesThatAreLeft) {
     ASSERT_EQ(frames.size(), 1u);
     EXPECT_EQ(frames[0]["sample"], 46446);
     EXPECT_EQ(frames[0]["count"], 48000 - 46446);
+}
+
+TEST(ToolFrames, AFewSamplesBehindTheLastWholeFrameAreAFrame) {
+    kit::TempTree tree;
+    for (const unsigned more : {1u, 2u, 3u, 100u}) {
+        WavRecipe recipe;
+        recipe.m_samples = 8008 + more;
+        const std::string path = writeWav(tree, "movie.wav", recipe);
+        const json frames = documentOf(runTool({"frames", path, "--json"}), "frames")["frames"];
+        ASSERT_EQ(frames.size(), 6u);
+        EXPECT_EQ(frames[5]["sample"], 8008);
+        EXPECT_EQ(frames[5]["count"], more);
+        EXPECT_EQ(runTool({"read", path, "--frames", "--from", "5"}).m_out.size(), more * 4);
+    }
+}
+
+TEST(ToolFrames, SoundAloneOfARateWithoutACadenceFallsToSeconds) {
+    kit::TempTree tree;
+    WavRecipe recipe;
+    recipe.m_rate = 96000;
+    recipe.m_samples = 100000;
+    const std::string path = writeWav(tree, "movie.wav", recipe);
+    const json frames = documentOf(runTool({"frames", path, "--json"}), "frames")["frames"];
+    ASSERT_EQ(frames.size(), 2u);
+    EXPECT_EQ(frames[0]["count"], 96000);
+    EXPECT_EQ(frames[1]["count"], 4000);
+}
+
+TEST(ToolInfo, PropertiesOfABroadcastWavAreWhole) {
+    kit::TempTree tree;
+    const std::string path = tree.path("movie.wav");
+    ASSERT_TRUE(kit::run({"ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i", "sine=r=48000", "-t", "0.1",
+                          "-write_bext", "1", "-metadata", "time_reference=8640000000", "-metadata",
+                          "umid=0x060A2B340101010501010D21130000001234567890ABCDEF1234567890ABCDEF", path})
+                    .good());
+    const json movie = documentOf(runTool({"info", "--json", path}), "info")["movies"][0];
+    EXPECT_EQ(movie["properties"]["firstFrame"], 8640000000);
+    EXPECT_EQ(movie["properties"]["umidValue"],
+              "0x060a2b340101010501010d21130000001234567890abcdef1234567890abcdef" + std::string(64, '0'));
+    EXPECT_EQ(runTool({"info", path, "--field", "properties.firstFrame"}).m_out, "8640000000\n");
 }
 
 TEST(ToolFrames, TheTextHasALineAFrame) {
