@@ -262,12 +262,13 @@ inline std::function<double()> driveCase(Reader& reader, unsigned size, unsigned
 }
 
 // One read at a time is compared with the pool, more of them with the better of the two.
-inline void tellBesideBetter(const Rounds& all, const std::string& what, const std::string& ours, unsigned inFlight) {
+inline void tellBesideBetter(const Rounds& all, const std::string& what, const std::string& ours, unsigned inFlight,
+                             const char* aim = nullptr) {
     std::string better = "bare pool";
 #ifdef MEDIACORE_HAVE_URING
     if (inFlight > 1 && all.cost("bare ring") < all.cost("bare pool")) better = "bare ring";
 #endif
-    all.tell(what + " beside " + better, ours, better, inFlight > 1 ? "1.15" : "1");
+    all.tell(what + " beside " + better, ours, better, aim != nullptr ? aim : inFlight > 1 ? "1.15" : "1");
 }
 
 // The file, open. Answers its descriptor.

@@ -123,11 +123,12 @@ public:
     void add(std::string name, std::function<double()> run) {
         m_cases.push_back({std::move(name), std::move(run), {}});
     }
-    // The same for an operation, which is repeated until the clock has something to say.
+    // The same for an operation, which is repeated until the clock has something to say. One call of it may be many
+    // `pieces` of work.
     template <class Operation>
-    void addCall(std::string name, double (*clock)(), Operation operation) {
+    void addCall(std::string name, double (*clock)(), Operation operation, unsigned pieces = 1) {
         const double least = m_options.m_leastSeconds;
-        add(std::move(name), [operation, clock, least, count = 0u]() mutable {
+        add(std::move(name), [operation, clock, least, pieces, count = 0u]() mutable {
             const auto once = [&operation, clock](unsigned times) {
                 const double begin = clock();
                 for (unsigned i = 0; i < times; ++i)
@@ -138,7 +139,7 @@ public:
                 for (count = 16; once(count) < least; count *= 2) {
                 }
             }
-            return once(count) / count;
+            return once(count) / count / pieces;
         });
     }
 

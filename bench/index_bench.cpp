@@ -1,101 +1,102 @@
-// The arithmetic of the index: a frame's samples by table and by the general rule, and conversions between clocks,
-// beside the same arithmetic by libavutil.
+// The arithmetic of the index: which samples belong to a frame and where they lie, at the rates that have a table and
+// at others, beside the same sum by libavutil and in bare integers.
 
-#include "bench/movie_kit.h"
-#include "mediautil/index/cadence.h"
-#include "shared/include/description/media_clip_desc.h"
-#include "shared/include/description/media_movie_desc.h"
-#include "shared/include/description/media_track_desc.h"
+#include "bench/arithmetic_kit.h"
+#include "bench/clip_movie.h"
 #include "shared/include/index/media_offset_lookup.h"
 #include "shared/include/index/media_sample_desc.h"
 #include "shared/include/index/media_sample_req.h"
 
-#ifdef MEDIACORE_HAVE_AVFORMAT
-extern "C" {
-#include <libavutil/mathematics.h>
-}
-#endif
-
 namespace {
 
-using bench::keep;
+constexpr unsigned s_sampleSize = 4;            // bytes
+constexpr unsigned long long s_baseOffset = 0;  // where the first clip of a planned movie lies
 
-constexpr unsigned s_frames = 1024;  // a batch, so that the clock isn't what is measured
-
-#ifdef MEDIACORE_HAVE_AVFORMAT
-// Where a frame begins and where it ends, in samples, at 30000 / 1001 Hz.
-struct Edges {
-    std::int64_t m_begin, m_end;
+// A pair of rates, the frames as a fraction.
+struct Rates {
+    MediaVideoRate m_video;
+    int m_frames, m_seconds;  // so many frames in so many seconds
+    int m_samples;            // a second
 };
-Edges rescaled(std::int64_t frame, int rate) {
-    const AVRational video{1001, 30000}, audio{1, rate};
-    return {av_rescale_q(frame, video, audio), av_rescale_q(frame + 1, video, audio)};
-}
-#endif
 
-// Runs `one` for a batch of frames. The frame numbers can't be foreseen by the compiler.
-template <class One>
-auto batch(One one) {
-    return [one, first = 0ull]() mutable {
-        for (unsigned i = 0; i < s_frames; ++i)
-            keep(one(first + i));
-        first = (first + s_frames * 7) & 0xFFFFF;
-    };
+constexpr Rates s_tabled[] = {
+    {MediaVideoRate::Ntsc2997, 30000, 1001, 48000}, {MediaVideoRate::Ntsc2997, 30000, 1001, 44100},
+    {MediaVideoRate::Ntsc2997, 30000, 1001, 32000}, {MediaVideoRate::Ntsc2997, 30000, 1001, 8000},
+    {MediaVideoRate::Hz5994, 60000, 1001, 48000},   {MediaVideoRate::Hz5994, 60000, 1001, 44100},
+    {MediaVideoRate::Hz5994, 60000, 1001, 32000},   {MediaVideoRate::Hz5994, 60000, 1001, 8000},
+};
+constexpr Rates s_general[] = {
+    {MediaVideoRate::Pal25, 25, 1, 48000},
+    {MediaVideoRate::Film23976, 24000, 1001, 48000},
+    {MediaVideoRate::Ntsc2997, 30000, 1001, 96000},
+};
+
+// Where a frame's samples lie in the file.
+struct Place {
+    std::uint64_t m_offset, m_size;
+};
+
+Place placeOf(std::uint64_t begin, std::uint64_t count) {
+    return {s_baseOffset + begin * s_sampleSize, count * s_sampleSize};
 }
 
-// A clip of that rate and track, as a WAV has it; the video rate is given to the rule directly.
-void measureSamples(const MediaClipDesc& clip, const bench::Options& options) {
-    bench::Rounds all(options);
-    const MediaOffsetLookup& lookup = *clip.getLookup();
-    const auto add = [&all](const char* name, auto one) { all.addCall(name, bench::threadSeconds, batch(one)); };
-    add("table", [](unsigned long long frame) { return Cadence::byTable(MediaVideoRate::Ntsc2997, 48000, frame); });
-    add("clip", [&lookup, &clip](unsigned long long frame) { return lookup.getSampleAndCount(clip, frame); });
-    const FixedPoint<16> rate = MediaObj::getRealVideoRate(MediaVideoRate::Ntsc2997);
-    add("general rule", [&clip, rate](unsigned long long frame) {
-        const unsigned long long begin = Cadence::evenEdge(clip.convertFrom(FixedPoint<16>(frame), rate).uint64Value());
-        const unsigned long long end =
-            Cadence::evenEdge(clip.convertFrom(FixedPoint<16>(frame + 1), rate).uint64Value());
-        return Cadence::between(begin, end);
-    });
-    add("convertTo", [&clip](unsigned long long sample) { return clip.convertTo(FixedPoint<16>(sample), 90000); });
-    add("convertFrom", [&clip](unsigned long long tick) { return clip.convertFrom(FixedPoint<16>(tick), 90000u); });
-    add("getMediaOffset", [&clip](unsigned long long frame) {
-        MediaSampleInMovie sample;
-        OpResult result;
-        clip.getMediaOffset(MediaPlayReq(frame % 100, 4), sample, result);
-        return sample.m_chunks[0].m_offset;
-    });
+// As all callers ask: the clip, which asks its index.
+Place byClip(const MediaClipDesc& clip, unsigned long long frame) {
+    const SampleAndCount samples = clip.getSampleAndCount(frame);
+    return placeOf(samples.m_sample, samples.m_count);
+}
+
 #ifdef MEDIACORE_HAVE_AVFORMAT
-    const auto pair = [](unsigned long long frame) { return rescaled(static_cast<std::int64_t>(frame), 48000); };
-    const auto single = [](unsigned long long sample) {
-        return av_rescale_q(static_cast<std::int64_t>(sample), AVRational{1, 48000}, AVRational{1, 90000});
-    };
-    add("rescaled pair", pair);
-    add("rescaled pair again", pair);
-    add("rescaled", single);
-    all.run("rescaled pair", "rescaled pair again");
-    const std::string each = " (1024 of them)";
-    all.tell("a frame's samples by the table beside two av_rescale_q" + each, "table", "rescaled pair", "1");
-    all.tell("a frame's samples asked of the clip's index beside the same" + each, "clip", "rescaled pair", "none");
-    all.tell("a frame's samples by the general rule beside the same" + each, "general rule", "rescaled pair", "none");
-    all.tell("convertTo beside av_rescale_q" + each, "convertTo", "rescaled", "none");
-    all.tell("convertFrom beside av_rescale_q" + each, "convertFrom", "rescaled", "none");
-    all.tell("getMediaOffset beside two av_rescale_q" + each, "getMediaOffset", "rescaled pair", "none");
-#else
-    all.run("table", "table");
-    std::printf("a frame's samples by the table: %.2f ns\n", all.cost("table") / s_frames * 1e9);
+Place rescaled(std::int64_t frame, AVRational video, AVRational audio) {
+    const std::int64_t begin = av_rescale_q(frame, video, audio), end = av_rescale_q(frame + 1, video, audio);
+    return placeOf(static_cast<std::uint64_t>(begin), static_cast<std::uint64_t>(end - begin));
+}
 #endif
+
+void addBare(bench::Rounds& all, const char* name, const Rates& rates) {
+    const auto up = static_cast<std::uint64_t>(bench::unforeseen(rates.m_samples * rates.m_seconds));
+    const auto down = static_cast<std::uint64_t>(bench::unforeseen(rates.m_frames));
+    bench::addSum(all, name, [up, down](unsigned long long frame) {
+        const std::uint64_t begin = frame * up / down;
+        return placeOf(begin, (frame + 1) * up / down - begin);
+    });
+}
+
+void measureFrames(const Rates& rates, const char* rule, const bench::Options& options) {
+    bench::ClipPlan plan;
+    plan.m_rate = static_cast<unsigned>(rates.m_samples);
+    plan.m_sampleSize = s_sampleSize;
+    plan.m_videoRate = rates.m_video;
+    MediaObj* const movie = bench::PlannedMovie::make(plan);
+    const MediaClipDesc& clip = *movie->getTrackAt(0)->getClip(0);
+    bench::Rounds all(options);
+    bench::addSum(all, "ours", [&clip](unsigned long long frame) { return byClip(clip, frame); });
+    addBare(all, "bare", rates);
+    addBare(all, "bare again", rates);
+#ifdef MEDIACORE_HAVE_AVFORMAT
+    const AVRational video{bench::unforeseen(rates.m_seconds), rates.m_frames}, audio{1, rates.m_samples};
+    bench::addSum(all, "rescaled", [video, audio](unsigned long long frame) {
+        return rescaled(static_cast<std::int64_t>(frame), video, audio);
+    });
+#endif
+    all.run("bare", "bare again");
+    char what[96];
+    std::snprintf(what, sizeof what, "a frame's samples %s, %d Hz at %.5g", rule, rates.m_samples,
+                  static_cast<double>(rates.m_frames) / rates.m_seconds);
+#ifdef MEDIACORE_HAVE_AVFORMAT
+    all.tell(std::string(what) + ", beside two av_rescale_q", "ours", "rescaled", "1");
+#endif
+    all.tell(std::string(what) + ", beside bare integers", "ours", "bare", "none");
+    movie->release();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     const bench::Options options(argc, argv);
-    const bench::Folder folder(options);
-    const std::string path = bench::writeWavs(folder, 1).front();
-    MediaObj* const movie = bench::openMovie(path);
-    measureSamples(*movie->getTrackAt(0)->getClip(0), options);
-    movie->release();
-    bench::expireMovies();
+    for (const Rates& rates : s_tabled)
+        measureFrames(rates, "by the table", options);
+    for (const Rates& rates : s_general)
+        measureFrames(rates, "by the general rule", options);
     return 0;
 }

@@ -7,16 +7,12 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "bench/avformat_kit.h"
 #include "bench/movie_kit.h"
 #include "bench/system_calls.h"
 
 #ifdef MEDIACORE_HAVE_SNDFILE
 #include <sndfile.h>
-#endif
-#ifdef MEDIACORE_HAVE_AVFORMAT
-extern "C" {
-#include <libavformat/avformat.h>
-}
 #endif
 
 namespace {
@@ -59,14 +55,6 @@ private:
     Shard m_shards[64];
 };
 
-#ifdef MEDIACORE_HAVE_AVFORMAT
-void openByAvformat(const char* path, bool streams) {
-    AVFormatContext* context = nullptr;
-    if (avformat_open_input(&context, path, nullptr, nullptr) != 0) std::abort();
-    if (streams && avformat_find_stream_info(context, nullptr) < 0) std::abort();
-    avformat_close_input(&context);
-}
-#endif
 #ifdef MEDIACORE_HAVE_SNDFILE
 void openBySndfile(const char* path) {
     SF_INFO info{};
@@ -91,7 +79,7 @@ void tellHotCounts(const std::vector<std::string>& paths) {
             bench::openMovie(path)->release();
         openSome();
     };
-    const long calls = bench::countSystemCalls(openAll, openSome);
+    const bench::SystemCalls calls = bench::countSystemCalls(openAll, openSome);
     openAll();
     {
         const bench::HeapCount heap;
@@ -99,8 +87,9 @@ void tellHotCounts(const std::vector<std::string>& paths) {
         std::printf("hot open, heap: %llu allocations and %lld bytes of growth in %u opens (aim 0)\n",
                     heap.allocations(), heap.bytes(), times);
     }
-    if (calls >= 0)
-        std::printf("hot open, system calls: %.3f an open (aim at most 2)\n", static_cast<double>(calls) / times);
+    if (calls.m_counted)
+        std::printf("hot open, system calls: %.3f an open (aim at most 2)\n",
+                    static_cast<double>(calls.m_calls) / times);
     bench::expireMovies();
 }
 
@@ -123,7 +112,7 @@ void measureHot(const std::vector<std::string>& paths, const bench::Options& opt
     });
 #ifdef MEDIACORE_HAVE_AVFORMAT
     all.addCall("avformat", bench::threadSeconds, [&paths, count, random = bench::Random()]() mutable {
-        openByAvformat(paths[random.below(count)].c_str(), true);
+        bench::openByAvformat(paths[random.below(count)].c_str(), true);
     });
 #endif
     all.run("floor", "floor again");
@@ -172,7 +161,7 @@ void measureFirst(const std::vector<std::string>& paths, const bench::Options& o
     addPeer(all, "sndfile again", paths, openBySndfile);
 #endif
 #ifdef MEDIACORE_HAVE_AVFORMAT
-    addPeer(all, "avformat", paths, [](const char* path) { openByAvformat(path, false); });
+    addPeer(all, "avformat", paths, [](const char* path) { bench::openByAvformat(path, false); });
 #endif
 #ifdef MEDIACORE_HAVE_SNDFILE
     all.run("sndfile", "sndfile again");
@@ -191,13 +180,14 @@ void tellFirstCounts(const std::vector<std::string>& paths) {
             bench::openMovie(path)->release();
     };
     const auto count = static_cast<double>(paths.size());
-    const long calls = bench::countSystemCalls([] {}, openAll);
+    const bench::SystemCalls calls = bench::countSystemCalls([] {}, openAll);
     {
         const bench::HeapCount heap;
         openAll();
         std::printf("first open, heap: %.1f allocations\n", static_cast<double>(heap.allocations()) / count);
     }
-    if (calls >= 0) std::printf("first open, system calls of its thread: %.2f\n", static_cast<double>(calls) / count);
+    if (calls.m_counted)
+        std::printf("first open, system calls of its thread: %.2f\n", static_cast<double>(calls.m_calls) / count);
     bench::expireMovies();
 }
 
@@ -209,7 +199,7 @@ void measureLong(const bench::Folder& folder, const bench::Options& options) {
     MediaObj* const live = bench::openMovie(path);
     bench::Rounds all(options);
     all.addCall("ours", bench::threadSeconds, [&path] { bench::openMovie(path)->release(); });
-    const auto peer = [&path] { openByAvformat(path.c_str(), true); };
+    const auto peer = [&path] { bench::openByAvformat(path.c_str(), true); };
     all.addCall("avformat", bench::threadSeconds, peer);
     all.addCall("avformat again", bench::threadSeconds, peer);
     all.run("avformat", "avformat again");
