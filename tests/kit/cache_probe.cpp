@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "mediautil/object/media_obj_impl.h"
 #include "services/file/fs_file_io.h"
 
 namespace {
@@ -75,7 +76,13 @@ void CacheProbe::clearQueue() const MO_NO_THREAD_SAFETY_ANALYSIS {
     m_cache.m_rereadQueue.clear();
 }
 
-void CacheProbe::stopNews() const {
+void CacheProbe::stopNews() const MO_NO_THREAD_SAFETY_ANALYSIS {
+    {
+        const Held lock(m_cache.m_mapLock);
+        for (const auto& [id, object] : m_cache.m_map) {
+            if (object != nullptr) FsFileIO::removeCb(m_cache.getCbInfo(), object->impl().getFileId());
+        }
+    }
     FsFileIO::finishCb(m_cache.getCbInfo());
     clearQueue();
 }
