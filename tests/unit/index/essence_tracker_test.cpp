@@ -59,6 +59,28 @@ TEST(EssenceRun, ComesFromARequestAndFromADescription) {
     EXPECT_STREQ(Sample(described(8, 2)).toString().get(), "2s@8");
 }
 
+TEST(EssenceRun, ItemTakesARunAsUnwrittenAndStaysWhoseItIs) {
+    EssenceTracker::SampleItem pooled;
+    EXPECT_FALSE(pooled.m_written);
+    EXPECT_TRUE(pooled.m_pooled);
+    EXPECT_STREQ(pooled.toString().get(), "0s@-1!w");
+    pooled.m_written = true;
+    EXPECT_STREQ(pooled.toString().get(), "0s@-1w");
+    pooled = Sample(3, 2);
+    EXPECT_STREQ(pooled.toString().get(), "2s@3!w");
+    EXPECT_TRUE(pooled.m_pooled);
+    EssenceTracker::SampleItem own(Sample(4, 1));
+    EXPECT_FALSE(own.m_written);
+    EXPECT_FALSE(own.m_pooled);
+    own = Sample(5, 1);
+    EXPECT_FALSE(own.m_pooled);
+    DLinkedList<EssenceTracker::SampleItem> list("", 0);
+    list.append(pooled.m_node);
+    list.append(own.m_node);
+    EXPECT_STREQ(pooled.toString().get(), "2s@3!w");
+    EXPECT_STREQ(own.toString().get(), ",1s@5!w");
+}
+
 TEST_F(Essence, EmptyTrackerRefusesEverySampleAndCountsIt) {
     EXPECT_FALSE(there(0));
     EXPECT_FALSE(there(1000));
@@ -126,6 +148,21 @@ TEST_F(Essence, RewriteTakesThePlaceOfTheOlderRunAndIsNotWritten) {
     EXPECT_FALSE(there(5));
 }
 
+TEST_F(Essence, RewriteInAFullListPushesNothingOut) {
+    add(0, 7);
+    m_tracker.notifyAdd(request(3, 1));
+    EXPECT_EQ(text(), "trk 3: drop=0,hiw=8,list[8]={1s@0!w,1s@1!w,1s@2!w,1s@3!w,1s@4!w,1s@5!w,1s@6!w,1s@7!w}, free[1]")
+        << "the new run came from the heap, and the old one's item is free";
+    EXPECT_FALSE(there(0));
+}
+
+TEST_F(Essence, RunThatIsOlderThanAFullListIsPushedOutAtOnce) {
+    add(10, 17);
+    m_tracker.notifyAdd(request(5));
+    EXPECT_EQ(text().substr(0, 38), "trk 3: drop=0,hiw=8,list[8]={1s@10!w,1");
+    EXPECT_TRUE(there(5));
+}
+
 TEST_F(Essence, RunsAreKeptInOrderWhateverOrderTheyCameIn) {
     m_tracker.notifyAdd(request(20));
     m_tracker.notifyAdd(request(10));
@@ -146,6 +183,18 @@ TEST_F(Essence, WriteOfAPartOfARunCountsForAllOfIt) {
     EXPECT_EQ(text(), "trk 3: drop=0,hiw=2,list[1]={10s@10!w}, free[7]");
 }
 
+TEST_F(Essence, WriteAcrossTwoRunsCountsForNeither) {
+    add(0, 1);
+    write(0, 2);
+    EXPECT_EQ(text(), "trk 3: drop=0,hiw=2,list[2]={1s@0!w,1s@1!w}, free[6]");
+}
+
+TEST_F(Essence, RequestThatBeginsBeforeAllRunsCountsAsOlderWhateverItsLength) {
+    add(10, 11);
+    EXPECT_TRUE(there(9, 100));
+    EXPECT_FALSE(there(10, 100));
+}
+
 TEST_F(Essence, NinthRunComesFromTheHeapAndGoesBackThere) {
     add(0, 7);
     EXPECT_EQ(text().substr(text().find("free")), "free[0]");
@@ -161,6 +210,10 @@ TEST_F(Essence, DisabledTrackerTakesNothingAndHasEverything) {
     off.notifyWrite(described(5));
     EXPECT_TRUE(off.isAvailable(described(1000)));
     EXPECT_STREQ(off.toString().get(), "trk 1: drop=0,hiw=0,list[0]={}, free[8]");
+}
+
+TEST_F(Essence, NumbersInTheTextAreSigned) {
+    EXPECT_STREQ(EssenceTracker(~0u, true).toString().get(), "trk -1: drop=0,hiw=0,list[0]={}, free[8]");
 }
 
 TEST_F(Essence, EverythingIsThereUnderTheSwitchAndNothingIsCounted) {
