@@ -65,7 +65,7 @@ bool ChunkHandler::read(BasicFileIO* fp) {
 
 // A chunk that fails by a null obuf doesn't fail the whole read by itself, which is meant: the status is only kept.
 void ChunkHandler::store(const BasicIOTypes::ReadNotify& notify) {
-    const auto tag = static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(notify.m_tag));
+    const auto tag = reinterpret_cast<std::uintptr_t>(notify.m_tag);
     if (notify.m_obuf == nullptr) {
         m_status = notify.m_status;
     } else if (tag < chunkCount()) {

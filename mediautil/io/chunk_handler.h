@@ -22,8 +22,8 @@ public:
     static void* operator new(std::size_t size) noexcept;
     static void operator delete(void* memory) noexcept;
 
-    // Starts the reads. Fails: false when not all could be started; the reads that were accepted still end in one
-    // failure notification to the requester, unless none was. The handler isn't the caller's any more either way.
+    // Starts the reads. Fails: false when not all could be started; a read that is under way then still ends in one
+    // failure notification to the requester. The handler isn't the caller's any more either way.
     bool read(BasicFileIO* fp);
     // One chunk has ended.
     bool readCb(const BasicIOTypes::ReadNotify& notify);

@@ -19,7 +19,8 @@ void closeOthers(const MediaObj& obj, const MediaSampleInMovie& sample) {
     MediaIdRec* const primary = obj.getMediaId(0);
     for (unsigned i = 0; i < track->getClipCount(); ++i) {
         MediaIdRec* const id = track->getClip(i)->getMediaId();
-        if (id != primary && id != sample.m_mediaId) obj.close(id, sample.m_agent).discard();
+        // A clip in no file has nothing to close, and a null id would stand for all files.
+        if (id != nullptr && id != primary && id != sample.m_mediaId) obj.close(id, sample.m_agent).discard();
     }
 }
 

@@ -36,6 +36,9 @@ public:
     void incWriterCnt() { m_writerCount.fetch_add(1, std::memory_order_relaxed); }
     void decWriterCnt() { m_writerCount.fetch_sub(1, std::memory_order_relaxed); }
     bool isWritable() const { return getWriterCount() >= 1; }
+    // In a morph, or in the last steps of its end, which a reader waits for as well. The count is asked first: it falls
+    // within the end.
+    bool isUnfinished() const { return m_morphCount.getCount() > 0 || m_morphEnds.getCount() > 0; }
     OsPathId getCacheId() const { return m_cacheId.load(std::memory_order_relaxed); }
     OsPathId getFileId() const { return m_fileId.load(std::memory_order_relaxed); }
     void setCacheId(OsPathId id) { m_cacheId.store(id.getId(), std::memory_order_relaxed); }
@@ -59,6 +62,10 @@ public:
 
     void add(MediaObj::Persist& holder) MO_EXCLUDES(m_persistMutex);
     void remove(MediaObj::Persist& holder) MO_EXCLUDES(m_persistMutex);
+    unsigned getHolderCount() const MO_EXCLUDES(m_persistMutex) {
+        ZarnexPosix::ScopeLock<ZarnexPosix::JMutex> lock(m_persistMutex);
+        return static_cast<unsigned>(m_persists.size());
+    }
     // Moves the first holder of another object's list to the head of this one. Requires: the holder lock.
     void takeFront(std::list<MediaObj::Persist*>& from) MO_NO_THREAD_SAFETY_ANALYSIS {
         m_persists.splice(m_persists.begin(), from, from.begin());
@@ -80,6 +87,7 @@ public:
     MediaFileList m_fileList;
     RefCount m_refCount;
     AtomicCounter m_morphCount;
+    AtomicCounter m_morphEnds{0};  // calls of endMorph at work
 
 private:
     std::atomic<long long> m_lastRefTime{0};  // µs; when the count last fell to the cache's own, 0 is not idle

@@ -59,6 +59,17 @@ void checkStripes(MediaObj& movie) {
     }
 }
 
+// Keeps readers back until the last steps have been done, for which the count has fallen already.
+class MorphEnd {
+public:
+    explicit MorphEnd(MediaObjImpl& impl) : m_impl(impl) { ++m_impl.m_morphEnds; }
+    MorphEnd(const MorphEnd&) = delete;
+    ~MorphEnd() { --m_impl.m_morphEnds; }
+
+private:
+    MediaObjImpl& m_impl;
+};
+
 }  // namespace
 
 bool MediaObj::isMorphing() const { return m_impl->m_morphCount.getCount() > 0; }
@@ -76,6 +87,7 @@ void MediaObj::beginMorph() {
 }
 
 void MediaObj::endMorph() {
+    const MorphEnd end(*m_impl);
     const int count = --m_impl->m_morphCount;
     if (mediaObjDbg.on(MediaDbg::Morph)) debugMsg("MO::endMorph(%s)-->%d\n", pathOrNil(getPath(nullptr)), count);
     if (count < 0) {

@@ -59,37 +59,44 @@ bool willDo(MediaObj& object, bool hasWriters, bool fileWritable, bool force, Op
 }
 
 void waitForMorph(MediaObj& object, BasicFileIO& file) {
-    if (!object.isMorphing()) return;
+    if (!object.impl().isUnfinished()) return;
     const bool log = mediaObjDbg.on(MediaDbg::Morph);
     const long long start = Clock::nowRelative();
     if (log) {
         debugMsg("MO::openReader(%s): wait for morph, now=%d\n", file.getPath(), object.impl().m_morphCount.getCount());
     }
-    while (object.isMorphing())
+    while (object.impl().isUnfinished())
         waitMsec(1);
     if (log) {
         debugMsg("MO::openReader(%s): morph wait done after %lldus\n", file.getPath(), Clock::nowRelative() - start);
     }
 }
 
-// Tries every reader in the table's order. What a failed try reports is not the caller's business.
+// Ends a failed try behind which another reader is asked: an error of it is not the caller's business.
+void forget(OpResult& result) {
+    if (result.getType() == OpResult::Type::Error) result.downgradeTo(OpResult::Type::Quiet);
+    result = OpResult(OpResult::Ok);
+}
+
+// Tries every reader in the table's order.
 MediaObj* probeAll(const AutoRefPtr<BasicFileIO>& file, OpResult& result) {
     const Registrar<MediaReaderDesc>& readers = MediaObjImpl::getReaderReg();
     for (unsigned i = 0; i < readers.countElem(); ++i) {
         if (readers.getElem(i).m_open == nullptr) continue;
         if (MediaObj* object = readers.getElem(i).m_open(file, result)) return object;
-        if (result.getType() == OpResult::Type::Error) result.downgradeTo(OpResult::Type::Quiet);
-        result = OpResult(OpResult::Ok);
+        forget(result);
     }
     return nullptr;
 }
 
-// Tries the readers of the types given; a type without a reader is passed over in silence.
+// Tries the readers of the types given; a type without a reader is passed over in silence. The last try's failure
+// stays in the result.
 MediaObj* probeTypes(const std::vector<MediaFileType>& types, const AutoRefPtr<BasicFileIO>& file, OpResult& result) {
     for (MediaFileType type : types) {
         const char* name = getMediaFileTypeMap().mapValue(type);
         MediaReaderDesc reader;
         if (name == nullptr || !MediaObjImpl::getReaderReg().lookup(name, reader) || reader.m_open == nullptr) continue;
+        forget(result);
         if (MediaObj* object = reader.m_open(file, result)) return object;
     }
     return nullptr;
@@ -302,7 +309,7 @@ AutoArrayPtr<unsigned char> MediaObj::readRawHeader(AutoRefPtr<BasicFileIO> file
 MediaObj* MediaObj::getOpenObj(OsPathId id) {
     MediaObj* object = CachedMediaObj::getRef()->find(id, false, nullptr);
     if (object != nullptr) {
-        while (object->isMorphing())
+        while (object->impl().isUnfinished())
             waitMsec(1);
     }
     return object;

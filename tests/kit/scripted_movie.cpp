@@ -225,7 +225,10 @@ bool ScriptedMovie::acceptReplacement(const MediaObj*) {
     return m_accept;
 }
 
-void ScriptedMovie::setClipProperties(bool) { ++m_clipPropsSet; }
+void ScriptedMovie::setClipProperties(bool) {
+    ++m_clipPropsSet;
+    if (m_propsGate) m_propsGate->pass();
+}
 
 void ScriptedMovie::computeSyncAdjustments() {
     ++m_syncComputed;

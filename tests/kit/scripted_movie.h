@@ -99,6 +99,7 @@ public:
     std::list<MediaObj*> m_references;      // borrowed; before others have the movie
     std::shared_ptr<Gate> m_closeGate;      // before others have the movie
     std::shared_ptr<Gate> m_deleteGate;     // the destructor stands here
+    std::shared_ptr<Gate> m_propsGate;      // the end of a morph stands here; before others have the movie
     std::atomic<int>* m_deleted = nullptr;  // counts the destruction, borrowed
     mutable std::atomic<int> m_closes{0};   // of the whole movie
     mutable std::atomic<int> m_fileCloses{0};

@@ -286,7 +286,7 @@ public:
     virtual bool notifyLength(MediaTrackDesc& track);
     // A back-end's veto against being replaced by a newer parse. Requires: takes no lock of the cache.
     virtual bool acceptReplacement(const MediaObj* newObject);
-    // Brings the clip properties up to date at the end of a morph; back-ends that keep some override it.
+    // Called at the end of a morph; back-ends that keep clip properties override it. Requires: opens not its own file.
     virtual void setClipProperties(bool flag);
     virtual void addWriter();
     virtual void dropWriter();

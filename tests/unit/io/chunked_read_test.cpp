@@ -210,6 +210,65 @@ TEST_F(ChunkedRead, TagFarAboveTheChunkCountIsRefusedAndItsBufferFreed) {
     expectNextReadIsGood();
 }
 
+TEST_F(ChunkedRead, TagThatIsSmallOnlyInItsLowHalfIsRefused) {
+    EXPECT_TRUE(readTwo());
+    m_file->answerAs(0, numberAsTag(0x100000000));
+    m_file->answer(1);
+    EXPECT_EQ(m_log.count(LogLevel::Error, "ChunkHandler::readCb: tag=* vs 2"), 1u) << m_log.text();
+    expectOneFailure(0);
+    expectNextReadIsGood();
+}
+
+namespace {
+
+// A file so fast that a read has ended when the next is asked for: before it takes or refuses that one.
+class FastFile : public LateFile {
+public:
+    bool readAsync(const BasicIOTypes::ReadReq& request) override {
+        if (!reads().empty() && m_answered == 0) answer(m_answered++);
+        if (!LateFile::readAsync(request)) return false;
+        if (m_endsLast && m_asyncCalls == 2) answer(static_cast<unsigned>(reads().size()) - 1);
+        return true;
+    }
+
+    bool m_endsLast = false;  // the second chunk has ended when it has been taken
+
+private:
+    unsigned m_answered = 0;
+};
+
+}  // namespace
+
+TEST_F(ChunkedRead, ChunksThatEndBeforeTheCallDoesComeWhole) {
+    const AutoRefPtr<FastFile> fast(new FastFile);
+    fast->m_endsLast = true;
+    m_req.m_sample = sampleOf({Chunk(400, 30), Chunk(100, 20)});
+    EXPECT_TRUE(m_list.read(m_req, AutoRefPtr<BasicFileIO>(fast.get()), false));
+    expectOneAnswer(patternFrom(400, 30) + patternFrom(100, 20));
+    expectNextReadIsGood();
+}
+
+TEST_F(ChunkedRead, SecondChunkRefusedBehindTheEndOfTheFirstFailsTheCallAlone) {
+    const AutoRefPtr<FastFile> fast(new FastFile);
+    fast->m_refuse = 2;
+    m_req.m_sample = sampleOf({Chunk(400, 30), Chunk(100, 20)});
+    EXPECT_TRUE(isWarning(m_list.read(m_req, AutoRefPtr<BasicFileIO>(fast.get()), false), 13));
+    EXPECT_EQ(fast->reads().size(), 1u);
+    EXPECT_EQ(m_hook.count(), 0u);
+    // The bytes of the first are freed with the read.
+    expectNextReadIsGood();
+}
+
+TEST_F(ChunkedRead, FirstChunkRefusedAndTheSecondEndedWithinTheCallFailTwice) {
+    const AutoRefPtr<FastFile> fast(new FastFile);
+    fast->m_refuse = 1;
+    fast->m_endsLast = true;
+    m_req.m_sample = sampleOf({Chunk(400, 30), Chunk(100, 20)});
+    EXPECT_TRUE(isWarning(m_list.read(m_req, AutoRefPtr<BasicFileIO>(fast.get()), false), 13));
+    expectOneFailure(0);
+    expectNextReadIsGood();
+}
+
 TEST_F(ChunkedRead, SampleOfMoreChunksThanThereArePlacesIsNobodysSample) {
     m_req.m_sample = sampleOf({Chunk(0, 4), Chunk(8, 4)});
     m_req.m_sample.m_numChunks = 3;

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
 #include "mediautil/object/media_obj_impl.h"
+#include "services/system/msg_clamp.h"
 #include "shared/include/index/media_sample_req.h"
 #include "shared/include/io/media_io_buf.h"
 #include "shared/include/io/media_read_req.h"
 #include "shared/include/object/switches.h"
+#include "support/clock.h"
 #include "tests/kit/agents.h"
 #include "tests/kit/cache_scene.h"
 #include "tests/kit/fake_file.h"
@@ -260,6 +262,28 @@ TEST_F(FakeRead, ChunksThatAddUpToMoreThanTheirSampleNeverRunPastTheBuffer) {
     EXPECT_EQ(m_fake->m_readCalls, 1);
 }
 
+TEST_F(FakeRead, FailingFileDoesNotFloodTheLog) {
+    constexpr unsigned rounds = 400;
+    m_fake->m_readAnswer = -1;
+    m_fake->m_cachedAnswer = false;
+    m_req.setOrigin(Origin::Internal);
+    m_req.m_cacheL2 = true;
+    MediaFileList list;
+    list.getIndex(m_tree.path("protected.raw").c_str());
+    list.setReadOnly();
+    const long long start = Clock::nowRelative();
+    for (unsigned i = 0; i < rounds; ++i) {
+        EXPECT_TRUE(isWarning(m_movie->vsRead(sampleOf({Chunk(0, 10)}), m_buf), 13));
+        EXPECT_TRUE(read(sampleOf({Chunk(0, 4)})));
+        EXPECT_TRUE(isWarning(list.write(sampleOf({Chunk(0, 4)}), kit::obufOf("abcd")), 1));
+    }
+    const auto seconds = static_cast<unsigned>((Clock::nowRelative() - start) / 1000000) + 2;
+    for (const char* line : {"MediaFileList::read(*", "*media read cache miss*", "MO: no fp*"}) {
+        EXPECT_GT(m_log.count(line), 0u) << line;
+        EXPECT_LE(m_log.count(line), MsgClamp::s_linesPerSecond * seconds) << line;
+    }
+}
+
 TEST_F(FileRead, AsynchronousReadBringsTheBytesOfTheFile) {
     openMovie();
     int tag = 0;
@@ -326,6 +350,24 @@ TEST_F(FileRead, CloseOtherOnATrackOutOfRangeIsIgnored) {
     }
     EXPECT_EQ(m_movie->m_fileCloses, 0);
     ASSERT_TRUE(m_hook.waitForAnswers(2));
+    letGo();
+}
+
+TEST_F(FileRead, CloseOtherPassesOverAClipThatIsInNoFile) {
+    kit::ClipScript nowhere = m_script.m_tracks[0].m_clips[0];
+    nowhere.m_file = 9;
+    m_script.m_tracks[0].m_clips.push_back(nowhere);
+    openMovie();
+    ASSERT_EQ(m_movie->track(0).getClip(3)->getMediaId(), nullptr);
+    for (std::uintptr_t id : {1, 3})
+        m_movie->getFp(m_result, idOf(id), m_agent);
+    m_req.m_sample = sampleOf({Chunk(0, 4)}, idOf(3));
+    m_req.m_sample.set(m_agent, idOf(3), 0, 1, OsPathId(), true);
+    EXPECT_TRUE(m_movie->vaRead(m_req));
+    EXPECT_EQ(m_movie->getNumOpenFiles(m_agent), 2u);
+    EXPECT_EQ(m_movie->m_closes, 0);
+    ASSERT_TRUE(m_hook.waitForAnswers(1));
+    EXPECT_EQ(m_hook.answers()[0].m_bytes, patternFrom(0, 4));
     letGo();
 }
 

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <thread>
 
 #include "services/file/fs_file_io.h"
 #include "shared/include/object/switches.h"
 #include "tests/kit/cache_scene.h"
+#include "tests/kit/child_job.h"
 #include "tests/kit/fake_file.h"
 #include "tests/kit/switch_guard.h"
 #include "tests/kit/wait_for.h"
@@ -229,6 +231,37 @@ TEST_F(OpenReader, FailureOfTheSuffixesReaderIsOverwrittenByUnsupported) {
     EXPECT_EQ(openPath(path.c_str()), nullptr);
     EXPECT_TRUE(isWarning(m_result, 8));
     EXPECT_EQ(Scripts::opens(path), 2u);
+}
+
+namespace {
+
+// Two readers share a suffix: the first fails with an error, the second takes the file without a word on the result.
+MediaObj* failOver(AutoRefPtr<BasicFileIO>, OpResult& result) {
+    result = MO_ERROR(MediaCode::ParserError, "the first reader's own trouble");
+    return nullptr;
+}
+MediaObj* takeSilently(AutoRefPtr<BasicFileIO> file, OpResult&) {
+    return new ScriptedMovie(MovieScript::ofTracks(1, 48000), file, MediaFileType::Mpeg1Video);
+}
+int openSharedSuffix(const std::string& path) {
+    const kit::LogCapture log;
+    MediaObj::registerOpener(MediaReaderDesc(MediaFileType::Mpeg2Video, failOver), 1);
+    MediaObj::registerOpener(MediaReaderDesc(MediaFileType::Mpeg1Video, takeSilently), 2);
+    OpResult result;
+    const AutoReleasePtr<MediaObj> movie(
+        MediaObj::openReader(path.c_str(), MediaObj::ReadMode::ReadOnly, result, MediaFileType::Unknown));
+    std::printf("%s, %s, %u error lines\n", movie.get() != nullptr ? "taken" : "refused", result.describe().get(),
+                log.count(LogLevel::Error, "*"));
+    return 0;
+}
+const kit::ChildJob s_sharedSuffix("open a shared suffix", openSharedSuffix);
+
+}  // namespace
+
+TEST_F(OpenReader, FailureOfTheFirstOfTwoReadersOfASuffixIsForgottenWhenTheSecondTakesTheFile) {
+    const kit::Outcome outcome = s_sharedSuffix.run(m_tree.write("a.mpg", "x"));
+    EXPECT_EQ(outcome.m_exit, 0) << outcome.m_err;
+    EXPECT_EQ(outcome.m_out, "taken, ok, 0 error lines\n") << outcome.m_err;
 }
 
 TEST_F(OpenReader, TypeWithoutAReaderIsUnsupportedAndNothingIsProbed) {
@@ -467,6 +500,34 @@ TEST_F(OpenReader, LiveObjectInAMorphIsHandedOutAtItsEnd) {
     EXPECT_FALSE(done);
     writer->endMorph();
     asker.join();
+    writer->release(nullAgent(), true);
+}
+
+TEST_F(OpenReader, MorphHasEndedWhenItsLastStepsAreDone) {
+    const std::string path = m_tree.path("m.hdcam");
+    Scripts::set(path, m_one);
+    ScriptedMovie* writer = openWriter(path, true);
+    writer->m_propsGate = std::make_shared<Gate>();
+    writer->m_propsGate->close();
+    mediaObjDbg.setBit(MediaDbg::Morph);
+    std::thread builder([&] { writer->endMorph(); });
+    ASSERT_TRUE(kit::waitFor([&] { return writer->m_propsGate->waiting() == 1; }));
+    EXPECT_FALSE(writer->isMorphing());
+    MediaObj* reader = nullptr;
+    std::thread opener = openBeside(path, reader);
+    std::thread asker([&] {
+        AutoReleasePtr<MediaObj> found(MediaObj::getOpenObj(kit::TempTree::idOf(path)));
+        EXPECT_EQ(writer->m_syncComputed, 1);
+    });
+    EXPECT_TRUE(kit::waitFor([&] { return m_log.has("MO::openReader(" + path + "): wait for morph, now=0"); }));
+    EXPECT_TRUE(kit::waitFor([&] { return writer->getReferenceCount() == 4; }));
+    EXPECT_FALSE(m_log.has("*morph wait done*"));
+    writer->m_propsGate->open();
+    builder.join();
+    opener.join();
+    asker.join();
+    EXPECT_EQ(reader, writer);
+    reader->release();
     writer->release(nullAgent(), true);
 }
 

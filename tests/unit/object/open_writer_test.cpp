@@ -25,6 +25,14 @@ protected:
     }
 };
 
+// A format whose writer makes no files.
+constexpr MediaFileType s_fileless = MediaFileType::Vbi;
+[[maybe_unused]] const unsigned s_registered = [] {
+    MediaWriterDesc desc;
+    desc.m_fileType = s_fileless;
+    return MediaObj::registerCreator(desc, 100);
+}();
+
 class OpenObj : public kit::CacheScene {};
 
 // A table of errors that isn't the core's.
@@ -49,6 +57,12 @@ TEST_F(OpenWriter, NameWithoutAWriterIsUnsupportedAndNothingIsMade) {
         EXPECT_TRUE(isWarning(m_result, 8)) << path;
         m_result.discard();
     }
+    EXPECT_FALSE(m_tree.exists("sub"));
+}
+
+TEST_F(OpenWriter, OfAFormatThatMakesNoFilesIsUnsupportedAndNothingIsMade) {
+    EXPECT_EQ(create(planned("sub/a.any"), s_fileless), nullptr);
+    EXPECT_TRUE(isWarning(m_result, MediaCode::OperationUnsupported));
     EXPECT_FALSE(m_tree.exists("sub"));
 }
 
@@ -85,6 +99,29 @@ TEST_F(OpenWriter, StyleChoosesTheWriterOfAnUnknownType) {
     ASSERT_NE(movie, nullptr);
     EXPECT_EQ(Scripts::creation(path).m_style, "kit style");
     movie->release(nullAgent(), true);
+}
+
+TEST_F(OpenWriter, MovieThatIsToHoldItsMediaIsAdvisedLargeStripesWhereNoAdviceWasGiven) {
+    struct Case {
+        const char* m_name;
+        MediaContainment m_containment;
+        bool m_entersPath;  // no advice is given then; a handle's file has small stripes
+        BasicIOTypes::SizeAdvice m_advice;
+    };
+    const Case cases[] = {
+        {"held.hdcam", MediaContainment::Embedded, true, BasicIOTypes::SizeAdvice::LargeStripe},
+        {"advised.hdcam", MediaContainment::Embedded, false, BasicIOTypes::SizeAdvice::SmallStripe},
+        {"referring.hdcam", MediaContainment::ByRef, true, BasicIOTypes::SizeAdvice::None},
+    };
+    for (const Case& row : cases) {
+        MovieScript script;
+        script.m_entersPath = row.m_entersPath;
+        MediaObj* movie = MediaObj::openWriter(planned(row.m_name, script).c_str(), false, m_result, row.m_containment,
+                                               MediaFileType::Unknown, nullptr, BasicIOTypes::SizeAdvice::LargeStripe);
+        ASSERT_NE(movie, nullptr) << row.m_name;
+        EXPECT_EQ(movie->impl().m_fileList.getSizeAdvice(0), row.m_advice) << row.m_name;
+        movie->release(nullAgent(), true);
+    }
 }
 
 TEST_F(OpenWriter, MorphIsBegunForTheCaller) {
