@@ -1,7 +1,7 @@
 #include <new>
 
 #include "shared/include/index/essence_tracker.h"
-#include "tests/unit/index/heap_taken.h"
+#include "tests/kit/heap_taken.h"
 #include "tests/unit/index/recording_movie.h"
 
 using recording::Clip;
@@ -35,7 +35,7 @@ protected:
 }  // namespace
 
 TEST_F(RecordHeap, CounterSeesABlock) {
-    const HeapTaken taken;
+    const kit::HeapTaken taken;
     // Calls and not expressions: those a compiler may leave out.
     ::operator delete(::operator new(4));
     ::operator delete[](::operator new[](4, std::nothrow));
@@ -43,7 +43,7 @@ TEST_F(RecordHeap, CounterSeesABlock) {
 }
 
 TEST_F(RecordHeap, SamplesTakeNothing) {
-    const HeapTaken taken;
+    const kit::HeapTaken taken;
     addAll(0);
     EXPECT_EQ(taken.count(), 0u);
     EXPECT_EQ(m_master.getLength(), s_samples);
@@ -53,7 +53,7 @@ TEST_F(RecordHeap, SamplesTakeNothing) {
 TEST_F(RecordHeap, SamplesOfTheRolloutTakeNothing) {
     m_master.setTargetRollout(s_samples / 2);
     m_slave.setTargetRollout(1920 * s_samples / 2);
-    const HeapTaken taken;
+    const kit::HeapTaken taken;
     addAll(0);
     EXPECT_EQ(taken.count(), 0u);
     EXPECT_EQ(m_master.getRollout(), s_samples / 2);
@@ -61,10 +61,10 @@ TEST_F(RecordHeap, SamplesOfTheRolloutTakeNothing) {
 
 TEST_F(RecordHeap, LogTakesItsMemoryAtItsFirstLineAndNoMore) {
     mediaObjDbg.set(1u << MediaDbg::Record1);
-    const HeapTaken first;
+    const kit::HeapTaken first;
     m_movie->log(m_sample);
     EXPECT_EQ(first.count(), 1u);
-    const HeapTaken taken;
+    const kit::HeapTaken taken;
     for (unsigned round = 0; round < 10; ++round)
         addAll(round * s_samples);
     EXPECT_EQ(taken.count(), 0u) << "not even when the ring comes round";
@@ -74,7 +74,7 @@ TEST_F(RecordHeap, LogTakesItsMemoryAtItsFirstLineAndNoMore) {
 TEST_F(RecordHeap, TrackerTakesNothingWhileTheWritesKeepUp) {
     EssenceTracker tracker(0, true);
     MediaSampleDesc desc;
-    const HeapTaken taken;
+    const kit::HeapTaken taken;
     for (U64 sample = 0; sample < s_samples; ++sample) {
         tracker.notifyAdd(MediaRecordReq(sample, 1, SampleInfo()));
         desc.set(1, sample, 0, 0u, 0, false);
@@ -89,7 +89,7 @@ TEST_F(RecordHeap, TrackerTakesNothingWhileTheWritesKeepUp) {
 
 TEST_F(RecordHeap, TrackerTakesABlockForARunAboveItsEight) {
     EssenceTracker tracker(0, true);
-    const HeapTaken taken;
+    const kit::HeapTaken taken;
     for (U64 sample = 0; sample < 8; ++sample)
         tracker.notifyAdd(MediaRecordReq(sample, 1, SampleInfo()));
     EXPECT_EQ(taken.count(), 0u);
