@@ -10,11 +10,6 @@
 
 namespace {
 
-MediaOffsetSummary summaryOf(const PcmFormat& format) {
-    return MediaOffsetSummary(format.blockAlign, format.dataOffset, format.samples,
-                              format.dataOffset + format.samples * format.blockAlign);
-}
-
 // Bits a second, at most what 32 bits hold.
 std::uint32_t bitrateOf(const PcmFormat& format) {
     const std::uint64_t exact = std::uint64_t{format.sampleRate} * format.channels * format.bits;
@@ -23,15 +18,25 @@ std::uint32_t bitrateOf(const PcmFormat& format) {
 
 }  // namespace
 
-PcmLookup::PcmLookup(const PcmFormat& format, const MediaClipDesc& clip)
-    : FixedMediaLookup(summaryOf(format)), m_clip(clip), m_maxSamples(format.maxSamples) {}
+PcmLookup::PcmLookup(const MediaOffsetSummary& summary, unsigned long long maxSamples, const MediaClipDesc& clip)
+    : FixedMediaLookup(summary), m_clip(clip), m_maxSamples(maxSamples) {}
 
 OpResult PcmLookup::updateNumSamples(unsigned long long numSamples) {
     return FixedMediaLookup::updateNumSamples(std::min(numSamples, m_maxSamples));
 }
 
+MediaOffsetSummary PcmClip::summaryOf(const PcmFormat& format) {
+    return MediaOffsetSummary(format.blockAlign, format.dataOffset, format.samples,
+                              format.dataOffset + format.samples * format.blockAlign);
+}
+
 PcmClip::PcmClip(PcmTrack& track, const PcmFormat& format, MediaIdRec* file)
-    : MediaClipDesc(MediaContainment::Embedded), m_track(track), m_lookup(new PcmLookup(format, *this)) {
+    : PcmClip(track, format, file, WithoutLookup()) {
+    m_lookup = new PcmLookup(summaryOf(format), format.maxSamples, *this);
+}
+
+PcmClip::PcmClip(PcmTrack& track, const PcmFormat& format, MediaIdRec* file, WithoutLookup)
+    : MediaClipDesc(MediaContainment::Embedded), m_track(track), m_lookup(nullptr) {
     m_mediaId = file;
     m_encoding = format.encoding;
     m_sampleRate = format.sampleRate;
@@ -50,14 +55,20 @@ MediaTrackDesc& PcmClip::getTrack() { return m_track; }
 
 const MediaTrackDesc& PcmClip::getTrack() const { return m_track; }
 
-PcmTrack::PcmTrack(PcmMovie& obj, const PcmFormat& format, MediaIdRec* file)
-    : MediaTrackDesc(MediaDataType::Audio), m_obj(obj), m_clip(*this, format, file) {
+PcmTrack::PcmTrack(PcmMovie& obj, const PcmFormat& format, MediaIdRec* file) : PcmTrack(obj) {
     m_length = format.samples;
+    m_clip = new PcmClip(*this, format, file);
 }
 
-MediaClipDesc* PcmTrack::createClip(const MediaClipParam&, OpResult& result) {
-    result = MO_WARNING(MediaCode::OperationUnsupported, nullptr);
-    return nullptr;
+PcmTrack::~PcmTrack() { delete m_clip.load(); }
+
+MediaClipDesc* PcmTrack::createClip(const MediaClipParam& param, OpResult& result) {
+    if (m_clip != nullptr) {
+        result = MO_WARNING(MediaCode::OperationUnsupported, nullptr);
+        return nullptr;
+    }
+    m_clip = m_obj.makeClip(*this, param, result);
+    return m_clip;
 }
 
 MediaObj& PcmTrack::getObj() { return m_obj; }
@@ -72,9 +83,19 @@ PcmMovie::PcmMovie(AutoRefPtr<BasicFileIO> file, MediaFileType type, const PcmFo
     getDesc()->setLength(*m_track);
 }
 
-PcmMovie::~PcmMovie() { delete m_track; }
+PcmMovie::PcmMovie(AutoRefPtr<BasicFileIO> file, MediaFileType type) : MediaObj(0, CacheRefValue::Cached) {
+    getDesc()->init(type, 1, true, MediaEncodingType::Pcm, MediaVideoRate::Unknown);
+    allocMediaId(file);
+}
+
+PcmMovie::~PcmMovie() { delete m_track.load(); }
 
 MediaTrackDesc* PcmMovie::createTrack(const MediaClipParam&, OpResult& result) {
+    result = MO_WARNING(MediaCode::OperationUnsupported, nullptr);
+    return nullptr;
+}
+
+PcmClip* PcmMovie::makeClip(PcmTrack&, const MediaClipParam&, OpResult& result) {
     result = MO_WARNING(MediaCode::OperationUnsupported, nullptr);
     return nullptr;
 }

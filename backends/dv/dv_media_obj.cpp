@@ -18,11 +18,6 @@ namespace {
 
 constexpr unsigned s_timeBaseWithoutFile = 30000;
 
-MediaOffsetSummary summaryOf(const DvFormat& format) {
-    const unsigned size = format.system->frameSize();
-    return MediaOffsetSummary(size, format.baseOffset, format.frames, format.baseOffset + format.frames * size);
-}
-
 // What a stream of these parameters would say about itself, before its first frame.
 DvFormat formatOf(const DvSystem& system, const MediaClipParam& param) {
     DvFormat format;
@@ -50,12 +45,14 @@ OpResult DvLookup::updateNumSamples(unsigned long long frames) {
 }
 
 // The cadence keeps to the rates within a few samples, so the frame is the nearest one by the rates or a neighbour.
-bool DvLookup::findFrameOf(const MediaPlayReq& sound, unsigned long long& frame) const {
-    const unsigned long long samples = std::uint64_t{m_clip.getSampleRate()} * m_system.ticks;
-    if (samples == 0) return false;
-    const unsigned long long nearest = (sound.m_sample * m_system.rate + samples / 2) / samples;
+bool findFrameOfSound(const MediaOffsetLookup& lookup, const DvSystem& system, const MediaPlayReq& sound,
+                      unsigned long long& frame) {
+    const MediaClipDesc& clip = lookup.getClip();
+    const unsigned long long samples = std::uint64_t{clip.getSampleRate()} * system.ticks;
+    if (sound.m_count == 1 || clip.getType() != MediaDataType::Audio || samples == 0) return false;
+    const unsigned long long nearest = (sound.m_sample * system.rate + samples / 2) / samples;
     for (const unsigned long long candidate : {nearest, nearest + 1, nearest - 1}) {
-        const SampleAndCount cut = getSampleAndCount(m_clip, candidate);
+        const SampleAndCount cut = lookup.getSampleAndCount(clip, candidate);
         if (cut.m_sample != sound.m_sample || cut.m_count != sound.m_count) continue;
         frame = candidate;
         return true;
@@ -63,28 +60,25 @@ bool DvLookup::findFrameOf(const MediaPlayReq& sound, unsigned long long& frame)
     return false;
 }
 
-bool DvLookup::getMediaOffset(const MediaPlayReq& req, MediaSampleDesc& desc, OpResult& result) const {
-    MediaPlayReq whole = req;
-    const bool isSound = req.m_count != 1 && m_clip.getType() == MediaDataType::Audio;
-    if (!isSound || !findFrameOf(req, whole.m_sample)) return FixedMediaLookup::getMediaOffset(req, desc, result);
-    whole.m_count = 1;
-    const bool found = FixedMediaLookup::getMediaOffset(whole, desc, result);
-    if (!result) return false;
-    desc.m_count = req.m_count;
-    desc.m_sample = req.m_sample;
-    desc.m_anchor = req.m_sample;
-    return found;
+MediaOffsetSummary DvClip::summaryOf(const DvFormat& format) {
+    const unsigned size = format.system->frameSize();
+    return MediaOffsetSummary(size, format.baseOffset, format.frames, format.baseOffset + format.frames * size);
 }
 
 DvClip::DvClip(DvTrack& track, const DvFormat& format, MediaIdRec* file)
-    : MediaClipDesc(MediaContainment::Embedded),
-      m_track(track),
-      m_system(*format.system),
-      m_audio(format.audio),
-      m_lookup(new DvLookup(summaryOf(format), format.maxFrames, *format.system, *this)) {
+    : DvClip(track, format, file, WithoutLookup()) {
+    m_lookup = new DvIndex<DvLookup>(m_system, summaryOf(format), format.maxFrames, *this);
+    describe(format);
+}
+
+DvClip::DvClip(DvTrack& track, const DvFormat& format, MediaIdRec* file, WithoutLookup)
+    : MediaClipDesc(MediaContainment::Embedded), m_track(track), m_system(*format.system), m_audio(format.audio) {
     m_mediaId = file;
     m_encoding = MediaEncodingType::Dv;
-    if (track.getDataType() == MediaDataType::Audio) {
+}
+
+void DvClip::describe(const DvFormat& format) {
+    if (m_track.getDataType() == MediaDataType::Audio) {
         describeAudio(format);
     } else {
         describeVideo(format);
@@ -137,7 +131,7 @@ bool DvClip::fillFwdRepeat(MediaSampleBuf& buf) const { return DvBlack::isFrame(
 
 bool DvClip::fillBakRepeat(MediaSampleBuf& buf) const { return fillFwdRepeat(buf); }
 
-DvTrack::DvTrack(DvMediaObj& obj, MediaDataType type, unsigned index, const DvFormat& format, MediaIdRec* file)
+DvTrack::DvTrack(DvMediaObj& obj, MediaDataType type, unsigned index, const DvFormat& format)
     : DvTrack(obj, type, index) {
     const DvSystem& system = *format.system;
     m_videoRate = system.videoRate;
@@ -148,16 +142,24 @@ DvTrack::DvTrack(DvMediaObj& obj, MediaDataType type, unsigned index, const DvFo
     }
     if (format.isPro) m_properties.set(MediaProperty(MediaPropertyEnum::Name::DvcPro, 1u)).discard();
     m_ticks = system.ticks;
-    m_length = format.frames * system.ticks;
+}
+
+DvTrack::DvTrack(DvMediaObj& obj, MediaDataType type, unsigned index, const DvFormat& format, MediaIdRec* file)
+    : DvTrack(obj, type, index, format) {
+    m_length = format.frames * m_ticks;
     m_clip = new DvClip(*this, format, file);
 }
 
-DvTrack::~DvTrack() { delete m_clip; }
+DvTrack::~DvTrack() { delete m_clip.load(); }
 
 MediaClipDesc* DvTrack::createClip(const MediaClipParam& param, OpResult& result) {
-    if (m_clip != nullptr || m_obj.hasFile()) {
+    if (m_clip != nullptr) {
         result = unsupported();
         return nullptr;
+    }
+    if (m_obj.hasFile()) {
+        m_clip = m_obj.makeClip(*this, param, result);
+        return m_clip;
     }
     const DvSystem* system = DvSystem::find(param);
     if (param.m_encoding != MediaEncodingType::Dv || system == nullptr) {
@@ -170,7 +172,7 @@ MediaClipDesc* DvTrack::createClip(const MediaClipParam& param, OpResult& result
     const DvFormat format = formatOf(*system, param);
     auto* clip = new DvClip(*this, format, nullptr);
     MediaClipParam own(param);
-    own.m_offsets = summaryOf(format);  // where the essence lies elsewhere says nothing here
+    own.m_offsets.set(system->frameSize(), 0, 0, 0);  // where the essence lies elsewhere says nothing here
     result = clip->setParam(own);
     if (!result) {
         delete clip;
@@ -197,15 +199,18 @@ DvMediaObj::DvMediaObj(AutoRefPtr<BasicFileIO> file, const DvFormat& format)
     const DvSystem& system = *format.system;
     getDesc()->init(MediaFileType::Dv, system.rate, false, MediaEncodingType::Dv, system.videoRate);
     MediaIdRec* const id = allocMediaId(file);
-    m_tracks[m_trackCount++] = new DvTrack(*this, MediaDataType::Video, 0, format, id);
-    if (format.audio.channels != 0) {
-        m_tracks[m_trackCount++] = new DvTrack(*this, MediaDataType::Audio, 1, format, id);
-    }
+    install(new DvTrack(*this, MediaDataType::Video, 0, format, id));
+    if (format.audio.channels != 0) install(new DvTrack(*this, MediaDataType::Audio, 1, format, id));
     getDesc()->setLength(*m_tracks[0]);
 }
 
 DvMediaObj::DvMediaObj() : MediaObj(0, CacheRefValue::Cached), m_hasFile(false) {
     getDesc()->init(MediaFileType::Dv, s_timeBaseWithoutFile, true, MediaEncodingType::Dv, MediaVideoRate::Unknown);
+}
+
+DvMediaObj::DvMediaObj(AutoRefPtr<BasicFileIO> file) : MediaObj(0, CacheRefValue::Cached), m_hasFile(true) {
+    getDesc()->init(MediaFileType::Dv, s_timeBaseWithoutFile, true, MediaEncodingType::Dv, MediaVideoRate::Unknown);
+    allocMediaId(file);
 }
 
 DvMediaObj::~DvMediaObj() {
@@ -220,9 +225,19 @@ const MediaTrackDesc* DvMediaObj::getTrackAt(unsigned index) const {
 MediaTrackDesc* DvMediaObj::getTrackAt(unsigned index) { return index < m_trackCount ? m_tracks[index] : nullptr; }
 
 DvTrack* DvMediaObj::trackOf(MediaDataType type) const {
-    for (DvTrack* track : m_tracks) {
-        if (track != nullptr && track->getDataType() == type) return track;
+    for (unsigned i = 0; i < m_trackCount; ++i) {
+        if (m_tracks[i]->getDataType() == type) return m_tracks[i];
     }
+    return nullptr;
+}
+
+void DvMediaObj::install(DvTrack* track) {
+    m_tracks[m_trackCount] = track;
+    ++m_trackCount;
+}
+
+DvClip* DvMediaObj::makeClip(DvTrack&, const MediaClipParam&, OpResult& result) {
+    result = unsupported();
     return nullptr;
 }
 
@@ -244,7 +259,7 @@ MediaTrackDesc* DvMediaObj::createTrack(const MediaClipParam& param, OpResult& r
         return nullptr;
     }
     auto* track = new DvTrack(*this, param.m_dataType, m_trackCount);
-    m_tracks[m_trackCount++] = track;
+    install(track);
     result = track->setParam(param);
     return track;
 }

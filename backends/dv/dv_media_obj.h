@@ -1,40 +1,66 @@
 #pragma once
 
+#include <atomic>
+#include <utility>
+
 #include "backends/dv/dv_format.h"
 #include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_property.h"
 #include "shared/include/description/media_timecode.h"
 #include "shared/include/description/media_track_desc.h"
 #include "shared/include/index/fixed_media_lookup.h"
+#include "shared/include/index/media_sample_desc.h"
+#include "shared/include/index/media_sample_req.h"
 #include "shared/include/object/media_obj.h"
 
 class DvMediaObj;
 class DvTrack;
 
-// The index of a DV stream, for its video and for the sound in it: an entry is a whole frame. It follows a stream that
-// grows, and never past the place where another system follows.
-class DvLookup final : public FixedMediaLookup {
+// Stores the frame whose sound is asked for, whole as the cadence cuts it, however long the stream is. Fails: false.
+bool findFrameOfSound(const MediaOffsetLookup& lookup, const DvSystem& system, const MediaPlayReq& sound,
+                      unsigned long long& frame);
+
+// The index of DV frames, for the video and for the sound in them: an entry is a whole frame. The sound of a frame is
+// found in that frame; other blocks of samples fall to the nearest frame by the base class.
+template <class Lookup>
+class DvIndex : public Lookup {
 public:
-    DvLookup(const MediaOffsetSummary& place, std::uint64_t maxFrames, const DvSystem& system,
-             const MediaClipDesc& clip)
-        : FixedMediaLookup(place), m_clip(clip), m_system(system), m_maxFrames(maxFrames) {}
+    template <class... Arguments>
+    explicit DvIndex(const DvSystem& system, Arguments&&... arguments)
+        : Lookup(std::forward<Arguments>(arguments)...), m_system(system) {}
+
+    bool getMediaOffset(const MediaPlayReq& req, MediaSampleDesc& desc, OpResult& result) const override {
+        MediaPlayReq whole = req;
+        if (!findFrameOfSound(*this, m_system, req, whole.m_sample)) return Lookup::getMediaOffset(req, desc, result);
+        whole.m_count = 1;
+        const bool found = Lookup::getMediaOffset(whole, desc, result);
+        if (!result) return false;
+        desc.m_count = req.m_count;
+        desc.m_sample = req.m_sample;
+        desc.m_anchor = req.m_sample;
+        return found;
+    }
+
+private:
+    const DvSystem& m_system;  // for ever
+};
+
+// The index of a DV stream. It follows a stream that grows, and never past the place where another system follows.
+class DvLookup : public FixedMediaLookup {
+public:
+    DvLookup(const MediaOffsetSummary& place, std::uint64_t maxFrames, const MediaClipDesc& clip)
+        : FixedMediaLookup(place), m_clip(clip), m_maxFrames(maxFrames) {}
 
     const MediaClipDesc& getClip() const override { return m_clip; }
-    // The sound of a frame, as the cadence cuts it, is found in that frame however long the stream is. Other blocks of
-    // samples fall to the nearest frame by the base class.
-    bool getMediaOffset(const MediaPlayReq& req, MediaSampleDesc& desc, OpResult& result) const override;
     OpResult updateNumSamples(unsigned long long frames) override;
 
 private:
-    bool findFrameOf(const MediaPlayReq& sound, unsigned long long& frame) const;
-
     const MediaClipDesc& m_clip;           // borrowed: the clip outlives its lookup
-    const DvSystem& m_system;              // for ever
     const unsigned long long m_maxFrames;  // all ones while there is no end
 };
 
 // A clip of DV: the frames themselves, or the sound in them, whose samples lie in the frames that they belong to.
-class DvClip final : public MediaClipDesc {
+class DvClip : public MediaClipDesc {
 public:
     // Makes a clip of what a stream says. Requires: a format that has been checked.
     DvClip(DvTrack& track, const DvFormat& format, MediaIdRec* file);
@@ -59,6 +85,17 @@ public:
     bool fillFwdRepeat(MediaSampleBuf& buf) const override;
     bool fillBakRepeat(MediaSampleBuf& buf) const override;
 
+protected:
+    // What the derived clip gives its index itself, and then describes.
+    struct WithoutLookup {};
+    DvClip(DvTrack& track, const DvFormat& format, MediaIdRec* file, WithoutLookup);
+    // Requires: an index.
+    void describe(const DvFormat& format);
+
+    static MediaOffsetSummary summaryOf(const DvFormat& format);
+
+    MediaOffsetLookup* m_lookup = nullptr;  // one reference
+
 private:
     void describeVideo(const DvFormat& format);
     void describeAudio(const DvFormat& format);
@@ -66,7 +103,6 @@ private:
     DvTrack& m_track;          // borrowed: the owner
     const DvSystem& m_system;  // for ever
     const DvAudio m_audio;     // of the frames
-    DvLookup* m_lookup;        // one reference
 };
 
 // The video track or the audio track of a DV movie, with one clip at most.
@@ -74,25 +110,30 @@ class DvTrack final : public MediaTrackDesc {
 public:
     // A track without a clip yet.
     DvTrack(DvMediaObj& obj, MediaDataType type, unsigned index) : MediaTrackDesc(type), m_obj(obj), m_index(index) {}
+    // The same, described. Requires: a format that has been checked.
+    DvTrack(DvMediaObj& obj, MediaDataType type, unsigned index, const DvFormat& format);
     // The track of a stream. Requires: a format that has been checked.
     DvTrack(DvMediaObj& obj, MediaDataType type, unsigned index, const DvFormat& format, MediaIdRec* file);
     ~DvTrack() override;
 
     using MediaTrackDesc::createClip;
     // Makes the one clip of a track that a movie without a file was asked for. Fails: null; warning 17 when there is a
-    // clip or the movie has a file, 8 when no system of DV fits, else what the parameters' check says.
+    // clip or the movie has a file that isn't recorded, 8 when no system of DV fits, else what the parameters' check
+    // says.
     MediaClipDesc* createClip(const MediaClipParam& param, OpResult& result) override;
     MediaObj& getObj() override;
     const MediaObj& getObj() const override;
     unsigned getClipCount() const override { return m_clip != nullptr ? 1 : 0; }
-    MediaClipDesc* getClip(unsigned index) override { return index == 0 ? m_clip : nullptr; }
-    const MediaClipDesc* getClip(unsigned index) const override { return index == 0 ? m_clip : nullptr; }
+    MediaClipDesc* getClip(unsigned index) override { return index == 0 ? m_clip.load() : nullptr; }
+    const MediaClipDesc* getClip(unsigned index) const override { return index == 0 ? m_clip.load() : nullptr; }
     unsigned getTrackIndex() const override { return m_index; }
     const MediaPropertyList& getProperties() const override { return m_properties; }
     MediaPropertyList& getPropertiesForUpd() override { return m_properties; }
     FixedPoint<16> getMaxTime() const override { return getMaxLength(); }
     // Counts exactly, however long the stream is.
     unsigned long long getFrameLength() const override;
+    // Makes it as long as another track, to the tick.
+    void alignTo(const MediaTrackDesc& other) { m_length = other.getLength(); }
 
     const DvMediaObj& getDvObj() const { return m_obj; }
     bool isPro() const;
@@ -101,13 +142,13 @@ private:
     DvMediaObj& m_obj;  // borrowed: the owner
     const unsigned m_index;
     MediaParams m_properties;
-    DvClip* m_clip = nullptr;  // owned
-    unsigned m_ticks = 1;      // of the movie's time base, a frame
+    std::atomic<DvClip*> m_clip{nullptr};  // owned; set once
+    unsigned m_ticks = 1;                  // of the movie's time base, a frame
 };
 
 // A raw DV stream as a movie: a video track, and an audio track when the frames carry sound. Its time base counts every
 // frame exactly. Without a file it makes tracks and clips of DV for others, which fill with its frames.
-class DvMediaObj final : public MediaObj {
+class DvMediaObj : public MediaObj {
 public:
     // Takes the file into the movie's list. Requires: a format that has been checked.
     DvMediaObj(AutoRefPtr<BasicFileIO> file, const DvFormat& format);
@@ -136,14 +177,23 @@ public:
     bool hasFile() const { return m_hasFile; }
     // The clip of the track of that kind, or null.
     const MediaClipDesc* clipOf(MediaDataType type) const;
+    // A clip for a track of a movie with a file. Gives: null and warning 17 unless the movie is recorded.
+    virtual DvClip* makeClip(DvTrack& track, const MediaClipParam& param, OpResult& result);
+
+protected:
+    // A movie for writing, without a track yet.
+    explicit DvMediaObj(AutoRefPtr<BasicFileIO> file);
+
+    // The track of that kind, or null.
+    DvTrack* trackOf(MediaDataType type) const;
+    // Takes: the track. Requires: none of its kind. Thread: any number may read the movie already.
+    void install(DvTrack* track);
 
 private:
     static constexpr unsigned s_maxTracks = 2;
 
-    DvTrack* trackOf(MediaDataType type) const;
-
-    DvTrack* m_tracks[s_maxTracks] = {};  // owned
-    unsigned m_trackCount = 0;
+    DvTrack* m_tracks[s_maxTracks] = {};  // owned; set before they count
+    std::atomic<unsigned> m_trackCount{0};
     const bool m_hasFile;
     MediaTimecode m_timecode;  // of the first frame
 };

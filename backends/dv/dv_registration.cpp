@@ -1,4 +1,5 @@
 #include "backends/dv/dv_media_obj.h"
+#include "backends/dv/dv_recording.h"
 #include "backends/link_anchors.h"
 #include "shared/include/description/media_clip_param.h"
 #include "shared/include/object/media_format.h"
@@ -36,11 +37,8 @@ bool initVideo(MediaClipParam& param, MediaEncodingType encoding, MediaVideoRate
 bool initAudio(MediaClipParam& param, MediaEncodingType encoding, MediaVideoRate rate, unsigned sampleRate,
                unsigned channels, unsigned bits) {
     const DvSystem* system = DvSystem::find(rate);
-    const bool isRate = sampleRate == 48000 || sampleRate == 44100 || sampleRate == 32000;
-    const bool isWord = bits == 16 || (bits == 12 && sampleRate == 32000);
-    if (encoding != MediaEncodingType::Dv || system == nullptr || !isRate || !isWord) return false;
-    const unsigned room = system->channels * (bits == 12 ? 4 : 2);
-    if (channels == 0 || channels > room) return false;
+    if (encoding != MediaEncodingType::Dv || system == nullptr) return false;
+    if (!system->carriesSound(sampleRate, channels, bits)) return false;
     param.m_encoding = encoding;
     param.m_dataType = MediaDataType::Audio;
     param.m_fileType = MediaFileType::Dv;
@@ -56,10 +54,16 @@ bool initAudio(MediaClipParam& param, MediaEncodingType encoding, MediaVideoRate
     return true;
 }
 
-// Streams are only read, so that there is no creator; the clips of a movie without a file fill with frames of DV.
+MediaObj* createDv(const char* path, OpResult& result, MediaContainment containment, MediaFileType, bool,
+                   BasicIOTypes::SizeAdvice advice, const char*) {
+    return DvRecording::create(path, result, containment, advice);
+}
+
+// The clips of a movie without a file fill with frames of DV.
 MediaWriterDesc writerDesc() {
     MediaWriterDesc desc;
     desc.m_fileType = MediaFileType::Dv;
+    desc.m_create = &createDv;
     desc.m_open = &DvMediaObj::openObject;
     desc.m_initVideo = &initVideo;
     desc.m_initAudio = &initAudio;

@@ -47,6 +47,12 @@ unsigned DvSystem::bitrate() const {
     return static_cast<unsigned>((bits + ticks / 2) / ticks);
 }
 
+bool DvSystem::carriesSound(unsigned sampleRate, unsigned soundChannels, unsigned bits) const {
+    const bool isRate = sampleRate == 48000 || sampleRate == 44100 || sampleRate == 32000;
+    const bool isWord = bits == 16 || (bits == 12 && sampleRate == 32000);
+    return isRate && isWord && soundChannels != 0 && soundChannels <= channels * (bits == 12 ? 4 : 2);
+}
+
 const DvSystem& DvSystem::basic(bool is625, unsigned apt) {
     // Only in 625 lines does the application tell the chroma: 4:2:0 by IEC 61834, 4:1:1 by SMPTE ST 314M.
     if (!is625) return s_dvSystems[0];

@@ -31,6 +31,8 @@ struct DvSystem {
     bool isHalfOfPair() const { return height == 720; }
     // Bits a second, rounded.
     unsigned bitrate() const;
+    // Whether its frames have room for such sound.
+    bool carriesSound(unsigned sampleRate, unsigned channels, unsigned bits) const;
 
     // The system by what a stream says; null for a signal that isn't known. `apt` is the header's track application id.
     static const DvSystem* find(bool is625, unsigned signal, unsigned apt);

@@ -2,8 +2,11 @@
 
 #include <atomic>
 #include <list>
+#include <string>
+#include <vector>
 
 #include "mediautil/cache/object_map.h"
+#include "mediautil/cache/verdict_counts.h"
 #include "services/file/basic_io_types.h"
 #include "services/system/debugger_on.h"
 #include "services/system/locks.h"
@@ -70,6 +73,29 @@ public:
         unsigned zombies;
     };
     Counts counts() MO_EXCLUDES(m_mapLock);
+    const VerdictCounts& verdicts() const { return m_verdicts; }
+
+    // What the cache knows of one object at a moment.
+    struct ObjectFacts {
+        enum class State : std::uint32_t { Cached, Reserved, Zombie };
+
+        State state = State::Reserved;
+        OsPathId id = {};  // key in the map; a zombie's last one
+        std::string path;  // empty for a reservation, which has nothing below either
+        unsigned serial = 0;
+        int references = 0;  // the cache's own included
+        unsigned holders = 0;
+        int writers = 0;
+        bool morphing = false;
+        bool writable = false;
+        bool recording = false;
+        unsigned long long version = 0;
+        long long age = 0;    // µs since the object was made
+        long long idle = -1;  // µs since its last user went; below 0 while there is one
+    };
+    // Everything in the map and among the zombies. Waits: for the map lock, at most a second.
+    // Fails: false without it, and `facts` is untouched.
+    bool listFacts(std::vector<ObjectFacts>& facts) MO_EXCLUDES(m_mapLock) MO_NO_THREAD_SAFETY_ANALYSIS;
 
 private:
     friend class SingletonHelper<CachedMediaObj>;
@@ -119,6 +145,7 @@ private:
     bool nextToReread(ReadingElement& element);
     void rereadFile(const ReadingElement& element);
 
+    bool lockMapPatiently() MO_NO_THREAD_SAFETY_ANALYSIS;
     void listObjects(long long now) MO_NO_THREAD_SAFETY_ANALYSIS;
     bool reportLeftovers(bool report) MO_REQUIRES(m_mapLock);
     void cacheDurationChanged();
@@ -139,6 +166,7 @@ private:
     BridgeAnchor<CachedMediaObj, const DebugRecord&, bool> m_debugAnchor;
     Subsystem::Signals<CachedMediaObj> m_signals;
     std::atomic<bool> m_stopping{false};  // ends the re-reader's main loop
+    VerdictCounts m_verdicts;
 };
 
 // Gives up a reservation at the end of a scope, whatever became of the parse.

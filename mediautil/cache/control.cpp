@@ -1,10 +1,16 @@
+#include <cstdio>
 #include <cstring>
 
 #include "mediautil/cache/cached_media_obj.h"
 #include "mediautil/object/media_obj_impl.h"
+#include "services/file/file_ops.h"
 #include "services/system/control_socket.h"
+#include "shared/include/description/media_movie_desc.h"
+#include "support/clock.h"
 
 // What the cache offers on the control socket.
+
+using Facts = CachedMediaObj::ObjectFacts;
 
 namespace {
 
@@ -31,10 +37,102 @@ bool traceCommand(const ControlRequest& request, ControlReply& reply) {
     return true;
 }
 
+Facts factsOf(MediaObj& object, Facts::State state, OsPathId id, long long now) {
+    const MediaObjImpl& impl = object.impl();
+    Facts facts;
+    facts.state = state;
+    facts.id = id;
+    if (const char* const path = object.getPath(nullptr); path != nullptr) facts.path = path;
+    facts.serial = impl.m_serialNum;
+    facts.references = object.getReferenceCount();
+    facts.holders = impl.getHolderCount();
+    facts.writers = impl.getWriterCount();
+    facts.morphing = object.isMorphing();
+    facts.writable = object.getMovieDesc()->isWritable();
+    facts.recording = object.getMovieDesc()->isRecording();
+    facts.version = impl.getVersion();
+    facts.age = now - impl.m_createTime;
+    if (const long long last = impl.getLastRefTime(); last != 0) facts.idle = now - last;
+    return facts;
+}
+
+const char* nameOf(Facts::State state) {
+    switch (state) {
+        case Facts::State::Cached:
+            return "cached";
+        case Facts::State::Reserved:
+            return "reserved";
+        case Facts::State::Zombie:
+            break;
+    }
+    return "zombie";
+}
+
+void writeFacts(const Facts& facts, JsonWriter& out) {
+    char id[24];
+    std::snprintf(id, sizeof id, "0x%llx", facts.id.getId());
+    out.beginObject().key("state").string(nameOf(facts.state)).key("id").string(id);
+    if (facts.state != Facts::State::Reserved) {
+        out.key("path").string(facts.path).key("serial").number(facts.serial);
+        out.key("references").number(facts.references).key("holders").number(facts.holders);
+        out.key("writers").number(facts.writers).key("morphing").boolean(facts.morphing);
+        out.key("writable").boolean(facts.writable).key("recording").boolean(facts.recording);
+        out.key("version").number(std::uint64_t{facts.version});
+        out.key("ageMsec").number(std::int64_t{facts.age / 1000}).key("idleMsec");
+        if (facts.idle < 0)
+            out.null();
+        else
+            out.number(std::int64_t{facts.idle / 1000});
+    }
+    out.endObject();
+}
+
+bool objectsCommand(const ControlRequest&, ControlReply& reply) {
+    std::vector<Facts> facts;
+    if (!CachedMediaObj::getRef()->listFacts(facts)) return reply.fail("the cache's map can't be had within a second");
+    reply.result().beginArray();
+    for (const Facts& one : facts)
+        writeFacts(one, reply.result());
+    reply.result().endArray();
+    return true;
+}
+
+bool verdictsCommand(const ControlRequest&, ControlReply& reply) {
+    const VerdictCounts& verdicts = CachedMediaObj::getRef()->verdicts();
+    reply.result().beginObject();
+    for (const VerdictCounts::Name& name : VerdictCounts::s_names)
+        reply.result().key(name.m_name).number(std::uint64_t{verdicts.get(name.m_code)});
+    reply.result().endObject();
+    return true;
+}
+
 }  // namespace
+
+bool CachedMediaObj::listFacts(std::vector<ObjectFacts>& facts) {
+    if (!lockMapPatiently()) return false;
+    const long long now = Clock::nowRelative();
+    facts.clear();
+    facts.reserve(m_map.size() + m_zombies.size());
+    for (const auto& [id, object] : m_map) {
+        if (object != nullptr) {
+            facts.push_back(factsOf(*object, Facts::State::Cached, id, now));
+        } else {
+            facts.emplace_back().id = id;
+        }
+    }
+    for (MediaObj* const object : m_zombies)
+        facts.push_back(factsOf(*object, Facts::State::Zombie, object->impl().getCacheId(), now));
+    m_mapLock.unlock();
+    return true;
+}
 
 void CachedMediaObj::offerControl() {
     ControlSocket::addCommand("trace", "the cache's listing goes to the log; kind: list (default), status or flush",
                               traceCommand);
+    ControlSocket::addCommand("objects", "what stands in the cache: who holds it, its age, version and writers",
+                              objectsCommand);
+    ControlSocket::addCommand("verdicts", "how many parses of changed files were believed or refused, by rule",
+                              verdictsCommand);
+    FileOps::offerControl();
     ControlSocket::startFromEnvironment();
 }

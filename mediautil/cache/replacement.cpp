@@ -58,6 +58,7 @@ bool CachedMediaObj::replaceable(MediaObj* oldObject, MediaObj* newObject, bool 
             checkTrackLengths(*newObject);
         }
     }
+    m_verdicts.count(code);
     logVerdict(code, *oldObject, *newObject);
     return ReplacementVerdict::replaces(code);
 }

@@ -124,7 +124,8 @@ bool CachedMediaObj::reportLeftovers(bool report) {
     return false;
 }
 
-void CachedMediaObj::trace(MediaObj::Trace kind) {
+// Asks for the map lock for a while only: who looks into a hung cache must not hang himself.
+bool CachedMediaObj::lockMapPatiently() {
     constexpr long long patience = 1000000;  // µs
     const long long start = Clock::nowRelative();
     bool locked = m_mapLock.trylock();
@@ -132,6 +133,12 @@ void CachedMediaObj::trace(MediaObj::Trace kind) {
         waitMsec(1);
         locked = m_mapLock.trylock();
     }
+    return locked;
+}
+
+void CachedMediaObj::trace(MediaObj::Trace kind) {
+    const long long start = Clock::nowRelative();
+    bool locked = lockMapPatiently();
     infoMsg("%s%d cached media objects, %d zombies, %d active.\n", locked ? "" : "cache locked! ",
             static_cast<int>(m_map.size()), static_cast<int>(m_zombies.size()), MediaObjImpl::active.getCount());
     if (locked && kind == MediaObj::Trace::Flush) {

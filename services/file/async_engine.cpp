@@ -8,6 +8,7 @@
 
 #include "services/buffer/obuf_pool.h"
 #include "services/file/basic_file_io.h"
+#include "services/file/file_ops.h"
 #include "services/file/pool_engine.h"
 #include "services/file/request_queue.h"
 #include "services/file/uring_engine.h"
@@ -267,7 +268,10 @@ bool AsyncEngine::read(BasicFileIO& keepAlive, int fd, const BasicIOTypes::ReadR
     own.m_size = request.m_size;
     own.m_allocId = request.m_allocId;
     own.m_fd = fd;
-    return m_impl->submit(m_impl->m_reads, own);
+    own.m_start = FileOps::begin(FileOps::Kind::Read);
+    if (m_impl->submit(m_impl->m_reads, own)) return true;
+    FileOps::cancel(FileOps::Kind::Read);
+    return false;
 }
 
 bool AsyncEngine::write(BasicFileIO& keepAlive, int fd, unsigned long long offset, phantom_OBUF* obuf,
@@ -279,7 +283,9 @@ bool AsyncEngine::write(BasicFileIO& keepAlive, int fd, unsigned long long offse
     own.m_offset = offset;
     own.m_size = obufSize(obuf);
     own.m_fd = fd;
+    own.m_start = FileOps::begin(FileOps::Kind::Write);
     if (fd >= 0 && obuf != nullptr && m_impl->submit(m_impl->m_writes, own)) return true;
+    FileOps::cancel(FileOps::Kind::Write);
     obufFree(obuf);
     return false;
 }

@@ -17,6 +17,9 @@ public:
     virtual void readDone(int error) = 0;
     // A write has ended: all bytes are with the system, or `error` is an errno value. The obuf is freed already.
     virtual void writeDone(unsigned long long offset, unsigned size, int error) = 0;
+    // Asked before a write up to `end` is tried. An errno value above 0 lets it fail untried: an earlier one of the
+    // handle has failed, and nothing may overtake it.
+    virtual int prepareWrite([[maybe_unused]] int fd, [[maybe_unused]] unsigned long long end) { return 0; }
 
 protected:
     ~AsyncSink() = default;

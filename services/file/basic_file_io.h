@@ -31,7 +31,8 @@ public:
     // Starts a read whose answer comes through the request's hook, once, on an engine thread and possibly before the
     // call returns. Fails: false, and no notification comes.
     virtual bool readAsync(const BasicIOTypes::ReadReq& request) = 0;
-    // Starts a write. Takes: the obuf, always. A failure that comes later is told by the next write, flush or close.
+    // Starts a write. Takes: the obuf, always. A failure that comes later is told by the next write, flush or close;
+    // what was accepted behind it isn't written either.
     virtual bool writeAsync(unsigned long long offset, phantom_OBUF* obuf) = 0;
     // The length of the file that the handle stands for now.
     virtual unsigned long long getLength() = 0;

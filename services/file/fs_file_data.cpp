@@ -9,6 +9,7 @@
 #include "services/buffer/obuf.h"
 #include "services/file/file_cache_stat.h"
 #include "services/file/file_calls.h"
+#include "services/file/file_ops.h"
 #include "services/file/fs_file_io.h"
 
 namespace {
@@ -36,8 +37,10 @@ int FsFileIO::readAt(unsigned long long offset, void* memory, unsigned size) {
     if (!checkRange(offset, size, "read")) return -1;
     Use use(*this, Use::Open);
     if (use.fd() < 0) return -1;
+    FileOps::Scope op(FileOps::Kind::Read, getPath(), offset, size);
     const ssize_t count = FileCalls::readFully(use.fd(), memory, size, offset);
     if (count < 0) {
+        op.fail(errno);
         refuse(errno, "read");
         return -1;
     }
@@ -55,8 +58,12 @@ int FsFileIO::writeAt(unsigned long long offset, const void* memory, unsigned si
     if (!checkWrite(offset, size)) return -1;
     Use use(*this, Use::Open);
     if (use.fd() < 0) return -1;
+    FileOps::Scope op(FileOps::Kind::Write, getPath(), offset, size);
     const ssize_t count = FileCalls::writeFully(use.fd(), memory, size, offset);
-    if (count != static_cast<ssize_t>(size)) refuse(errno, "write");
+    if (count != static_cast<ssize_t>(size)) {
+        op.fail(errno);
+        refuse(errno, "write");
+    }
     if (count > 0) reserveAhead(use.fd(), offset + static_cast<unsigned>(count));
     return static_cast<int>(count);
 }
@@ -89,12 +96,11 @@ bool FsFileIO::writeAsync(unsigned long long offset, phantom_OBUF* obuf) {
         obufFree(obuf);
         return false;
     }
-    reserveAhead(use.fd(), offset + size);
     m_pendingBytes.fetch_add(size, std::memory_order_relaxed);
     m_pendingWrites.fetch_add(1, std::memory_order_relaxed);
     m_requests.fetch_add(1, std::memory_order_relaxed);
     if (AsyncEngine::get().write(*this, use.fd(), offset, obuf, *this)) return true;
-    writeDone(offset, size, 0);
+    endWrite(size);
     return refuse(EAGAIN, "write", "the asynchronous engine refused");
 }
 
@@ -103,18 +109,33 @@ void FsFileIO::readDone(int error) {
     m_requests.fetch_sub(1, std::memory_order_release);
 }
 
+// Space is reserved here, since the system call would hold up the one who hands the block over.
+int FsFileIO::prepareWrite(int fd, unsigned long long end) {
+    const int error = m_writeError.load(std::memory_order_relaxed);
+    if (error == 0) reserveAhead(fd, end);
+    return error;
+}
+
 // The first failure is the one that is told.
 void FsFileIO::writeDone(unsigned long long, unsigned size, int error) {
     int none = 0;
     if (error != 0) m_writeError.compare_exchange_strong(none, error, std::memory_order_relaxed);
+    if (error == 0) m_writesDone.fetch_add(1, std::memory_order_release);
+    endWrite(size);
+}
+
+void FsFileIO::endWrite(unsigned size) {
     m_pendingBytes.fetch_sub(size, std::memory_order_relaxed);
     m_pendingWrites.fetch_sub(1, std::memory_order_release);
     m_requests.fetch_sub(1, std::memory_order_release);
 }
 
+// A failure is forgotten once nothing is left behind it: what is still under way was meant to follow what has failed.
 bool FsFileIO::reportWrites() {
-    if (m_writeError.load(std::memory_order_relaxed) == 0) return true;
-    const int error = m_writeError.exchange(0, std::memory_order_relaxed);
+    int error = m_writeError.load(std::memory_order_relaxed);
+    if (error == 0) return true;
+    if (m_pendingWrites.load(std::memory_order_acquire) == 0)
+        error = m_writeError.exchange(0, std::memory_order_relaxed);
     return error == 0 || refuse(error, "write");
 }
 
@@ -122,7 +143,10 @@ bool FsFileIO::flush() {
     waitWritten();
     const bool written = reportWrites();
     Use use(*this, Use::IfOpen);
-    if (use.fd() < 0 || FileCalls::sync(use.fd()) == 0) return written;
+    if (use.fd() < 0) return written;
+    FileOps::Scope op(FileOps::Kind::Flush, getPath(), 0, 0);
+    if (FileCalls::sync(use.fd()) == 0) return written;
+    op.fail(errno);
     return refuse(errno, "flush");
 }
 

@@ -116,6 +116,9 @@ public:
     bool drain();
     // Asynchronous requests under way.
     unsigned getInFlight() const { return m_requests.load(std::memory_order_relaxed); }
+    // Asynchronous writes that have ended well since the handle was made. They end in the order of the calls: once one
+    // has failed, none that was accepted before the failure is told counts any more, or has been tried.
+    unsigned long long getWritesDone() const { return m_writesDone.load(std::memory_order_acquire); }
     // Bytes handed to `writeAsync` that the system hasn't got yet.
     unsigned long long getPendingBytes() const { return m_pendingBytes.load(std::memory_order_relaxed); }
     // Bytes of this file in the system's cache, and those among them that aren't on the device yet. 0 when not open.
@@ -150,6 +153,8 @@ private:
     void modeChanged() override;
     void readDone(int error) override;
     void writeDone(unsigned long long offset, unsigned size, int error) override;
+    int prepareWrite(int fd, unsigned long long end) override;
+    void endWrite(unsigned size);
 
     // These answer a descriptor, or an errno value below 0, with what `stat` says of the file opened.
     int openChecked(const char* path, int flags, FileStat& stat) const;
@@ -194,6 +199,7 @@ private:
     OpenLink m_link;                                    // this descriptor, for those who look for the file
     std::atomic<unsigned long long> m_pendingBytes{0};  // of asynchronous writes
     std::atomic<unsigned> m_pendingWrites{0};
+    std::atomic<unsigned long long> m_writesDone{0};
     std::atomic<unsigned long long> m_aheadTo{0};     // look-ahead has been asked for up to here
     std::atomic<unsigned long long> m_reservedTo{0};  // space has been reserved up to here
     unsigned long long m_position = 0;                // of `read` and `write`

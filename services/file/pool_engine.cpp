@@ -11,6 +11,7 @@
 #include "services/file/async_engine.h"
 #include "services/file/basic_file_io.h"
 #include "services/file/file_calls.h"
+#include "services/file/file_ops.h"
 
 namespace {
 
@@ -88,6 +89,8 @@ void PoolWorker::answer(AsyncRequest& request) {
         request.m_obuf = nullptr;
     }
     BasicFileIO* const handle = request.m_handle;
+    FileOps::end(FileOps::Kind::Read, request.m_start, handle->getPath(), request.m_offset, request.m_size,
+                 request.m_error);
     if (request.m_sink != nullptr) request.m_sink->readDone(request.m_error);
     request.m_hook->callCb(request.m_error == 0 ? BasicIOTypes::ReadNotify(request.m_obuf, request.m_tag)
                                                 : BasicIOTypes::ReadNotify(request.m_tag, request.m_error));
@@ -188,10 +191,15 @@ void WriteWorker::writeRun(AsyncRequestList& run) {
     unsigned long long done = 0;
     const AsyncRequest& first = *run.m_first;
     const unsigned long long start = first.m_offset;
-    // A block of more pieces than one call takes is a run by itself.
-    const int error = obufSegmentCount(first.m_obuf) > s_mostPieces
-                          ? writeSingle(first, done)
-                          : writePieces(first.m_fd, start, pieces, gather(run, pieces), done);
+    int error = 0;
+    for (const AsyncRequest* request = &first; request != nullptr && error == 0; request = request->m_next)
+        error = request->m_sink->prepareWrite(request->m_fd, request->m_offset + request->m_size);
+    if (error == 0) {
+        // A block of more pieces than one call takes is a run by itself.
+        error = obufSegmentCount(first.m_obuf) > s_mostPieces
+                    ? writeSingle(first, done)
+                    : writePieces(first.m_fd, start, pieces, gather(run, pieces), done);
+    }
     while (AsyncRequest* const request = run.pop()) {
         request->m_error = request->m_offset - start + request->m_size <= done ? 0 : error;
         answer(*request);
@@ -251,6 +259,8 @@ int WriteWorker::writePieces(int fd, unsigned long long offset, iovec* pieces, u
 void WriteWorker::answer(AsyncRequest& request) {
     obufFree(request.m_obuf);
     request.m_obuf = nullptr;
+    FileOps::end(FileOps::Kind::Write, request.m_start, request.m_handle->getPath(), request.m_offset, request.m_size,
+                 request.m_error);
     request.m_sink->writeDone(request.m_offset, request.m_size, request.m_error);
     request.m_handle->release();
 }

@@ -19,6 +19,7 @@ struct AsyncRequest {
     const void* m_tag = nullptr;
     phantom_OBUF* m_obuf = nullptr;   // what is read into, or owned by a write
     unsigned long long m_offset = 0;  // bytes from the file's start
+    long long m_start = 0;            // as FileOps::begin told it
     unsigned m_size = 0;              // bytes
     unsigned m_done = 0;              // bytes moved so far
     phantom_obAllocationId_t m_allocId = 0;

@@ -442,12 +442,3 @@ TEST_F(DvObject, ParametersAreFilledInForWhatDvHasOnly) {
     EXPECT_FALSE(audio(48000, 2, 24));
     EXPECT_FALSE(audio(48000, 2, 12));
 }
-
-TEST_F(DvObject, StreamsAreNotWritten) {
-    const std::string path = m_tree.path("sub/a.dv");
-    EXPECT_EQ(MediaObj::openWriter(path.c_str(), false, m_result, MediaContainment::Embedded, MediaFileType::Unknown,
-                                   nullptr, BasicIOTypes::SizeAdvice::None),
-              nullptr);
-    EXPECT_TRUE(kit::isWarning(m_result, MediaCode::OperationUnsupported));
-    EXPECT_FALSE(m_tree.exists("sub"));
-}

@@ -586,6 +586,22 @@ TEST_F(FileHandle, WritesAsynchronouslyAndFlushWaitsForIt) {
     EXPECT_TRUE(fp->close());
 }
 
+TEST_F(FileAdvice, SpaceForWhatIsHandedOverIsReservedByTheWriter) {
+    static std::atomic<unsigned> s_byWriter{0}, s_byCaller{0};
+    s_byWriter = s_byCaller = 0;
+    FileCalls::setFault([](FileCall call, const char*, int, std::size_t&) {
+        if (call == FileCall::Reserve) ++(AsyncEngine::onEngineThread() ? s_byWriter : s_byCaller);
+        return 0;
+    });
+    const Fp fp = handle(m_tree / "big", Mode::Create);
+    fp->advise(Advice::LargeStripe);
+    EXPECT_TRUE(fp->writeAsync(5 << 20, bufferOf(std::string(5000, 'x'))));
+    EXPECT_TRUE(fs(fp).drain());
+    FileCalls::setFault(nullptr);
+    EXPECT_EQ(1u, s_byWriter);
+    EXPECT_EQ(0u, s_byCaller);
+}
+
 TEST_F(FileHandle, TellsALateWriteFailureOnceByTheNextWriteFlushOrClose) {
     // No file may grow beyond this; a write behind it fails in the engine.
     constexpr unsigned long long limit = 1ull << 40;

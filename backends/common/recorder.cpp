@@ -1,0 +1,167 @@
+#include "backends/common/recorder.h"
+
+#include <cstring>
+
+#include "services/system/format_str.h"
+#include "shared/include/index/media_sample_desc.h"
+#include "shared/include/io/media_io_buf.h"
+#include "shared/include/object/core_subsystem.h"
+
+namespace {
+
+bool hasBytes(const MediaSampleDesc& sample) {
+    for (unsigned i = 0; i < sample.m_numChunks; ++i) {
+        if (sample.m_chunks[i].m_size != 0) return true;
+    }
+    return false;
+}
+
+// Gives: null when memory doesn't come.
+phantom_OBUF* obufOf(const std::uint8_t* bytes, unsigned size) {
+    phantom_OBUF* const obuf = obufAllocate(0, size);
+    iovec piece{};
+    if (obuf != nullptr && obufNTranslateHost(obuf, &piece, 1) == 1 && piece.iov_len >= size) {
+        std::memcpy(piece.iov_base, bytes, size);
+        return obuf;
+    }
+    obufFree(obuf);
+    return nullptr;
+}
+
+OpResult occupied(const char* name, const char* path) {
+    const FormatStr text("%s: %s is there already and is not overwritten", name, path);
+    return MO_WARNING(MediaCode::FileExists, text.get());
+}
+
+}  // namespace
+
+AutoRefPtr<BasicFileIO> Recorder::createFile(const char* name, const char* path, MediaContainment containment,
+                                             BasicIOTypes::SizeAdvice advice, OpResult& result) {
+    using Handle = AutoRefPtr<BasicFileIO>;
+    if (containment == MediaContainment::ByRef || containment == MediaContainment::Mixed) {
+        const FormatStr text("%s: the file holds its samples itself", name);
+        result = MO_WARNING(MediaCode::OperationUnsupported, text.get());
+        return Handle();
+    }
+    const Handle file(new FsFileIO("recorder", path, BasicIOTypes::Mode::Create));
+    if (file->exists() && file->getLength() != 0) {
+        result = occupied(name, path);
+        return Handle();
+    }
+    if (!file->open()) {
+        const FormatStr text("%s: %s can't be written: %s", name, path, std::strerror(file->getLastError()));
+        result = MO_WARNING(MediaCode::FileNotWritable, text.get());
+        return Handle();
+    }
+    if (file->getLength() != 0) {  // somebody else was quicker
+        result = occupied(name, path);
+        return Handle();
+    }
+    const bool isUnset = advice == BasicIOTypes::SizeAdvice::None;
+    file->advise(isUnset ? BasicIOTypes::SizeAdvice::LargeStripe : advice);
+    result = OpResult(OpResult::Ok);
+    return file;
+}
+
+Recorder::Recorder(const char* name, AutoRefPtr<BasicFileIO> file) : m_name(name) {
+    Scope lock(m_mutex);
+    useHandle(file);
+}
+
+Recorder::~Recorder() = default;
+
+std::shared_ptr<RecordedEssence> Recorder::begin(unsigned track, std::uint64_t start) {
+    Scope lock(m_mutex);
+    m_essence = std::make_shared<RecordedEssence>(track, start);
+    m_essence->useHandle(m_handle);
+    return m_essence;
+}
+
+void Recorder::useHandle(const AutoRefPtr<BasicFileIO>& handle) {
+    if (m_handle.get() == handle.get()) return;
+    m_handle = handle;
+    m_file = dynamic_cast<FsFileIO*>(handle.get());
+    if (m_essence != nullptr) m_essence->useHandle(handle);
+}
+
+OpResult Recorder::failed(const char* what) const {
+    const FormatStr text("%s: %s", m_name, what);
+    return MO_WARNING(MediaCode::WriteError, text.get());
+}
+
+OpResult Recorder::write(MediaObj& movie, const MediaSampleInMovie& sample, const MediaIoBuf& buf) {
+    OpResult result = movie.MediaObj::vsWrite(sample, buf);
+    if (m_essence == nullptr) return result;
+    Scope lock(m_mutex);
+    if (!result) return lose(result);
+    m_essence->noteWritten(sample);
+    return keepUpNow(Moment::Written);
+}
+
+OpResult Recorder::write(MediaObj& movie, const MediaSampleInMovie& sample, phantom_OBUF* obuf) {
+    if (m_essence == nullptr) return movie.MediaObj::vaWrite(sample, obuf);
+    const unsigned bytes = obufSize(obuf);
+    Scope lock(m_mutex);
+    // Somebody may have closed the handle in between: the list then makes another.
+    OpResult result(OpResult::Ok);
+    const AutoRefPtr<BasicFileIO> handle = movie.getFp(result, sample.m_mediaId, true, sample.m_agent);
+    result.discard();
+    if (handle) useHandle(handle);
+    result = movie.MediaObj::vaWrite(sample, obuf);
+    if (!result) return lose(result);
+    if (bytes == 0 && !hasBytes(sample)) return result;  // nothing was handed over
+    m_essence->noteHanded(sample, bytes);
+    return keepUpNow(Moment::Written);
+}
+
+// What was under way with a write that failed is lost as well. The record and the file then say what there is.
+OpResult Recorder::lose(OpResult result) {
+    if (result.getCode() != MediaCode::WriteError || m_file == nullptr) return result;
+    m_file->drain();
+    m_essence->noteFailure();
+    keepUp(m_essence->getWrittenEnd(), Moment::Loss).discard();
+    return result;
+}
+
+OpResult Recorder::keepUpNow(Moment moment) {
+    const bool isWriting = m_essence->isWriting();
+    return keepUp(isWriting ? m_essence->getHandedEnd() : m_essence->getWrittenEnd(), moment);
+}
+
+OpResult Recorder::keepUp(std::uint64_t, Moment) { return OpResult(OpResult::Ok); }
+
+OpResult Recorder::put(std::uint64_t offset, const std::uint8_t* bytes, unsigned size) {
+    if (m_file == nullptr) return failed("the file is closed");
+    if (m_essence->isWriting()) return putHanded(offset, bytes, size);
+    if (m_file->writeAt(offset, bytes, size) != static_cast<int>(size)) return failed("the header can't be written");
+    return OpResult(OpResult::Ok);
+}
+
+OpResult Recorder::putHanded(std::uint64_t offset, const std::uint8_t* bytes, unsigned size) {
+    phantom_OBUF* const obuf = obufOf(bytes, size);
+    if (obuf == nullptr) return failed("no memory for the header");
+    if (!m_file->writeAsync(offset, obuf)) return lose(failed("the header can't be written"));
+    m_essence->noteHandedHeader();
+    return OpResult(OpResult::Ok);
+}
+
+OpResult Recorder::update() {
+    Scope lock(m_mutex);
+    return m_essence != nullptr && m_file != nullptr ? keepUpNow(Moment::Flush) : OpResult(OpResult::Ok);
+}
+
+OpResult Recorder::finish() {
+    Scope lock(m_mutex);
+    if (m_essence == nullptr || m_file == nullptr) return OpResult(OpResult::Ok);
+    const bool good = m_file->drain();
+    if (!good) m_essence->noteFailure();
+    OpResult result = keepUp(m_essence->getWrittenEnd(), Moment::End);
+    if (good || !result) return result;
+    return failed("samples handed over for writing were lost");
+}
+
+void Recorder::end() {
+    finish().discard();
+    Scope lock(m_mutex);
+    useHandle(AutoRefPtr<BasicFileIO>());
+}

@@ -1,0 +1,244 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <sstream>
+#include <thread>
+
+#include "backends/dv/dv_black.h"
+#include "shared/include/description/media_clip_desc.h"
+#include "shared/include/description/media_clip_param.h"
+#include "shared/include/description/media_track_desc.h"
+#include "shared/include/index/media_offset_lookup.h"
+#include "shared/include/index/media_sample_req.h"
+#include "shared/include/io/media_io_buf.h"
+#include "tests/kit/cache_scene.h"
+#include "tests/kit/child_job.h"
+#include "tests/kit/samples.h"
+
+// A recorder that is killed at any moment leaves a file that opens, with every sample that the file has told of.
+
+namespace {
+
+constexpr unsigned s_rate = 1000, s_channels = 2, s_bits = 24, s_soundSize = s_channels * s_bits / 8;
+
+const DvSystem& dvSystem() { return *DvSystem::find(MediaVideoRate::Ntsc2997); }
+
+unsigned sizeOf(MediaFileType type) { return type == MediaFileType::Dv ? dvSystem().frameSize() : s_soundSize; }
+
+// What a child is told to do.
+struct Orders {
+    std::string m_path;
+    MediaFileType m_type = MediaFileType::Unknown;
+    bool m_async = false;
+    unsigned m_usec = 0;  // until it is killed
+    unsigned m_seed = 0;
+
+    std::string text() const {
+        std::ostringstream out;
+        out << static_cast<unsigned>(m_type) << ' ' << m_async << ' ' << m_usec << ' ' << m_seed << ' ' << m_path;
+        return out.str();
+    }
+    static Orders of(const std::string& text) {
+        Orders orders;
+        unsigned type = 0;
+        std::istringstream(text) >> type >> orders.m_async >> orders.m_usec >> orders.m_seed >> orders.m_path;
+        orders.m_type = static_cast<MediaFileType>(type);
+        return orders;
+    }
+};
+
+// Frames are black, with their number at their end.
+std::string frame(unsigned long long number) {
+    static const std::string black = [] {
+        std::string bytes(dvSystem().frameSize(), '\0');
+        DvAudio sound;
+        sound.channels = 2;
+        DvBlack::write(dvSystem(), false, MediaAspectRatio::Ratio4x3, sound,
+                       reinterpret_cast<std::uint8_t*>(bytes.data()));
+        return bytes;
+    }();
+    std::string bytes = black;
+    std::memcpy(bytes.data() + bytes.size() - sizeof number, &number, sizeof number);
+    return bytes;
+}
+
+std::string essence(MediaFileType type, unsigned long long sample, unsigned count) {
+    if (type != MediaFileType::Dv) return kit::patternFrom(sample * s_soundSize, count * s_soundSize);
+    std::string bytes;
+    for (unsigned i = 0; i < count; ++i)
+        bytes += frame(sample + i);
+    return bytes;
+}
+
+// Whole frames of a stream, which has no other header than its length.
+long long framesOf(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) return -1;
+    const long long frames = status.st_size / dvSystem().frameSize();
+    return frames != 0 ? frames : -1;
+}
+
+// Samples that a file tells of, as the system has it; -1 while it tells nothing.
+long long told(const std::string& path, MediaFileType type) {
+    if (type == MediaFileType::Dv) return framesOf(path);
+    const bool isWav = type == MediaFileType::Wav;
+    const unsigned size = isWav ? 104 : 54;  // of the header
+    const std::string head = kit::bytesAt(path, 0, size);
+    if (head.size() < size) return -1;
+    const auto byteAt = [&head](unsigned at) { return static_cast<unsigned>(static_cast<unsigned char>(head[at])); };
+    std::uint32_t value = 0;
+    for (unsigned i = 0; i < 4; ++i)
+        value |= isWav ? byteAt(100 + i) << (8 * i) : byteAt(22 + i) << (24 - 8 * i);
+    return isWav ? value / s_soundSize : value;
+}
+
+void tell(long long samples) {
+    char line[32];
+    const int length = std::snprintf(line, sizeof line, "%lld\n", samples);
+    if (::write(STDOUT_FILENO, line, static_cast<unsigned>(length)) != length) ::_exit(3);
+}
+
+bool recordBlock(MediaObj& movie, MediaTrackDesc& track, MediaFileType type, unsigned long long sample, unsigned count,
+                 bool async) {
+    SampleInfo info;
+    info.reset(count * sizeOf(type));
+    MediaSampleInMovie where;
+    OpResult result;
+    if (!track.addSamples(MediaRecordReq(sample, count, info), where, result)) return false;
+    const std::string bytes = essence(type, sample, count);
+    if (async) return movie.vaWrite(where, kit::obufOf(bytes)).success();
+    MediaIoBuf buffer;
+    kit::fill(buffer, bytes);
+    return movie.vsWrite(where, buffer).success();
+}
+
+void killSoon(unsigned usec) {
+    std::thread([usec] {
+        ::usleep(usec);
+        ::kill(::getpid(), SIGKILL);
+    }).detach();
+}
+
+// Records as fast as it goes and tells what the file's header has come to tell, until it is killed.
+int recordUntilKilled(const std::string& text) {
+    const Orders orders = Orders::of(text);
+    std::fflush(stdout);
+    ::alarm(100);  // should the parent go first
+    // Some are killed while they begin, the others once something has been told, however slow the machine is.
+    const bool isEarly = orders.m_seed % 4 == 0;
+    if (isEarly) killSoon(orders.m_usec);
+    MediaClipParam param;
+    const bool isDv = orders.m_type == MediaFileType::Dv;
+    const bool isGood = isDv ? param.initVideo(orders.m_type, MediaEncodingType::Dv, MediaVideoRate::Ntsc2997)
+                             : param.initAudio(orders.m_type, MediaEncodingType::Pcm, MediaVideoRate::Unknown, s_rate,
+                                               s_channels, s_bits);
+    if (!isGood) return 4;
+    OpResult result;
+    MediaObj* const movie = MediaObj::openWriter(orders.m_path.c_str(), false, result, MediaContainment::Embedded,
+                                                 orders.m_type, nullptr, BasicIOTypes::SizeAdvice::None);
+    MediaTrackDesc* const track = movie != nullptr ? movie->createTrack(param, result) : nullptr;
+    if (track == nullptr || track->createClip(param, result) == nullptr) return 5;
+    std::mt19937 random(orders.m_seed);
+    long long last = -1;
+    for (unsigned long long sample = 0;;) {
+        const unsigned count = isDv ? 1 : 2 + random() % 300;
+        if (!recordBlock(*movie, *track, orders.m_type, sample, count, orders.m_async)) return 6;
+        sample += count;
+        if (random() % 50 == 0) movie->flush(nullptr, true);
+        const long long now = told(orders.m_path, orders.m_type);
+        if (now != last) {
+            if (last < 0 && !isEarly) killSoon(orders.m_usec);
+            tell(last = now);
+        }
+    }
+}
+
+const kit::ChildJob s_recorder("killed recorder", &recordUntilKilled);
+
+struct Way {
+    const char* m_name;
+    MediaFileType m_type;
+    bool m_async;
+    const char* m_engine;
+};
+
+class KilledRecorder : public kit::CacheScene, public testing::WithParamInterface<Way> {
+protected:
+    // Lets one record for so long. Answers the samples that its file told last, -1 for none.
+    long long record(const std::string& path, unsigned usec, unsigned seed) {
+        const Orders orders{path, GetParam().m_type, GetParam().m_async, usec, seed};
+        kit::Command command = s_recorder.command(orders.text());
+        command.m_environment.emplace_back("MEDIACORE_ASYNC", GetParam().m_engine);
+        const kit::Outcome outcome = kit::ChildJob::run(command);
+        EXPECT_EQ(outcome.m_signal, SIGKILL) << outcome.m_exit << outcome.m_err;
+        long long last = -1, line = 0;
+        for (std::istringstream lines(outcome.m_out); lines >> line;) {
+            EXPECT_GE(line, last) << "the header has gone back";
+            last = line;
+        }
+        return last;
+    }
+
+    void expectWhole(const std::string& path, long long least) {
+        const long long samples = told(path, GetParam().m_type);
+        EXPECT_GE(samples, least);
+        if (samples < 0) return;  // killed before the header: nothing was told
+        ++m_headers;
+        MediaObj* const movie = MediaObj::openReader(path.c_str(), MediaObj::ReadMode::ReadOnly, m_result);
+        ASSERT_NE(movie, nullptr) << m_result.describe().get();
+        const MediaClipDesc& clip = *movie->getTrackAt(0)->getClip(0);
+        // While the header tells of nothing, what is there counts.
+        EXPECT_TRUE(samples == 0 || clip.getLength() == static_cast<unsigned long long>(samples));
+        const std::size_t size = clip.getLength() * sizeOf(GetParam().m_type);
+        EXPECT_TRUE(kit::bytesAt(path, clip.getLookup()->getBaseOffset(), size) ==
+                    essence(GetParam().m_type, 0, static_cast<unsigned>(clip.getLength())));
+        m_samples += clip.getLength();
+        movie->release();
+    }
+
+    unsigned m_headers = 0;
+    unsigned long long m_samples = 0;
+};
+
+constexpr Way s_ways[] = {
+    {"WavSync", MediaFileType::Wav, false, "pool"},       {"WavAsyncPool", MediaFileType::Wav, true, "pool"},
+    {"WavAsyncUring", MediaFileType::Wav, true, "uring"}, {"AiffSync", MediaFileType::Aiff, false, "pool"},
+    {"AiffAsync", MediaFileType::Aiff, true, "uring"},    {"DvSync", MediaFileType::Dv, false, "pool"},
+    {"DvAsync", MediaFileType::Dv, true, "uring"},
+};
+
+const char* suffixOf(MediaFileType type) {
+    if (type == MediaFileType::Dv) return ".dv";
+    return type == MediaFileType::Wav ? ".wav" : ".aiff";
+}
+
+constexpr unsigned s_kills = 35;       // of each way
+constexpr unsigned s_longest = 30000;  // µs
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Ways, KilledRecorder, testing::ValuesIn(s_ways),
+                         [](const auto& way) { return std::string(way.param.m_name); });
+
+TEST_P(KilledRecorder, LeavesAFileWithAllThatItHasTold) {
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    std::mt19937 random(seed);
+    for (unsigned i = 0; i < s_kills && !HasFailure(); ++i) {
+        const std::string path = m_tree.path("k" + std::to_string(i) + suffixOf(GetParam().m_type));
+        expectWhole(path, record(path, static_cast<unsigned>(random() % s_longest), random()));
+        std::error_code missing;                         // killed before there was a file
+        std::filesystem::resize_file(path, 0, missing);  // streams are large
+    }
+    EXPECT_GT(m_headers, s_kills / 4);
+    EXPECT_GT(m_samples, 0u);
+    std::printf("%u kills, %u files with a header, %llu samples\n", s_kills, m_headers, m_samples);
+}

@@ -1,0 +1,153 @@
+#include "services/file/file_ops.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "services/file/file_calls.h"
+#include "services/file/fs_file_io.h"
+#include "services/system/control_commands.h"
+#include "tests/unit/services_file/file_kit.h"
+
+// What the file layer has under way and what took long.
+
+namespace {
+
+using Kind = FileOps::Kind;
+
+std::atomic<bool> s_held{false};
+
+// Keeps reads and syncs from the disk while it stands.
+class HeldCalls {
+public:
+    HeldCalls() {
+        s_held = true;
+        FileCalls::setFault(+[](FileCall call, const char*, int, std::size_t&) {
+            while (s_held && (call == FileCall::Read || call == FileCall::Sync))
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            return 0;
+        });
+    }
+    ~HeldCalls() {
+        s_held = false;
+        FileCalls::setFault(nullptr);
+    }
+};
+
+FileOps::Slow slowOne(long long start, long long duration) {
+    FileOps::Slow slow;
+    slow.m_start = start;
+    slow.m_duration = duration;
+    return slow;
+}
+
+class FileOpsTest : public testing::Test {
+protected:
+    static unsigned long long ended(Kind kind) { return FileOps::getCounts(kind).m_ended; }
+    // The slow call of that file, if one is kept.
+    static bool isKept(Kind kind, const std::string& path) {
+        for (const FileOps::Slow& slow : FileOps::getSlowest()) {
+            if (slow.m_kind == kind && path == slow.m_path && slow.m_duration >= FileOps::s_slow) return true;
+        }
+        return false;
+    }
+
+    FileKit::Tree m_tree;
+};
+
+}  // namespace
+
+TEST_F(FileOpsTest, ReadsWritesAndFlushesAreCounted) {
+    const unsigned long long reads = ended(Kind::Read), writes = ended(Kind::Write), flushes = ended(Kind::Flush);
+    const AutoRefPtr<BasicFileIO> file(
+        new FsFileIO("test", m_tree.write("a", "bytes").c_str(), BasicIOTypes::Mode::Update));
+    char byte = 0;
+    EXPECT_EQ(file->readAt(0, &byte, 1), 1);
+    EXPECT_EQ(file->writeAt(0, "B", 1), 1);
+    EXPECT_TRUE(file->flush());
+    EXPECT_EQ(ended(Kind::Read), reads + 1);
+    EXPECT_EQ(ended(Kind::Write), writes + 1);
+    EXPECT_EQ(ended(Kind::Flush), flushes + 1);
+    EXPECT_EQ(FileOps::getCounts(Kind::Read).inFlight(), 0u);
+}
+
+TEST_F(FileOpsTest, ACallThatHangsIsUnderWayAndThenAmongTheSlowest) {
+    const std::string path = m_tree.write("slow", "bytes");
+    const AutoRefPtr<BasicFileIO> file(new FsFileIO("test", path.c_str(), BasicIOTypes::Mode::Update));
+    ASSERT_TRUE(file->open());
+    for (const Kind kind : {Kind::Read, Kind::Flush}) {
+        std::thread caller;
+        {
+            const HeldCalls held;
+            caller = std::thread([&file, kind] {
+                char byte = 0;
+                if (kind == Kind::Read)
+                    EXPECT_EQ(file->readAt(2, &byte, 1), 1);
+                else
+                    EXPECT_TRUE(file->flush());
+            });
+            EXPECT_TRUE(FileKit::waitFor([kind] { return FileOps::getCounts(kind).inFlight() == 1; }));
+            std::this_thread::sleep_for(std::chrono::milliseconds(60));
+        }
+        caller.join();
+        EXPECT_TRUE(isKept(kind, path)) << FileOps::getName(kind);
+        EXPECT_EQ(FileOps::getCounts(kind).inFlight(), 0u);
+    }
+}
+
+TEST_F(FileOpsTest, WhatWasRefusedDoesNotCount) {
+    const FileOps::Counts before = FileOps::getCounts(Kind::Write);
+    FileOps::begin(Kind::Write);
+    FileOps::cancel(Kind::Write);
+    EXPECT_EQ(FileOps::getCounts(Kind::Write).m_begun, before.m_begun);
+    EXPECT_EQ(FileOps::getCounts(Kind::Write).inFlight(), 0u);
+}
+
+TEST_F(FileOpsTest, TheSlowestAreKeptAndOldOnesMakeRoomFirst) {
+    // Times of its own, far from the clock's, so that what other tests have left counts as old.
+    constexpr long long day = 86400000000ll, now = 10000 * day;
+    for (unsigned i = 1; i <= 2 * FileOps::s_mostSlow; ++i)
+        FileOps::note(slowOne(now, 1000 * i), now);
+    std::vector<FileOps::Slow> slowest = FileOps::getSlowestAt(now);
+    ASSERT_EQ(slowest.size(), FileOps::s_mostSlow);
+    EXPECT_EQ(slowest.front().m_duration, 2000 * FileOps::s_mostSlow);
+    EXPECT_EQ(slowest.back().m_duration, 1000 * (FileOps::s_mostSlow + 1));
+    // Too fast for the table.
+    FileOps::note(slowOne(now, 10), now);
+    EXPECT_EQ(FileOps::getSlowestAt(now).back().m_duration, 1000 * (FileOps::s_mostSlow + 1));
+    // A day later all of these are old, and the same call is the only recent one.
+    FileOps::note(slowOne(now + day, 10), now + day);
+    slowest = FileOps::getSlowestAt(now + day);
+    ASSERT_EQ(slowest.size(), 1u);
+    EXPECT_EQ(slowest.front().m_duration, 10);
+    EXPECT_TRUE(FileOps::getSlowestAt(now + 3 * day).empty());
+}
+
+TEST_F(FileOpsTest, OfALongPathTheEndIsKept) {
+    const std::string path = "/" + std::string(2 * FileOps::s_pathSize, 'x') + "/end.wav";
+    // As if it had begun when the machine did.
+    FileOps::begin(Kind::Read);
+    FileOps::end(Kind::Read, -86400000000ll * 10000, path.c_str(), 3, 4, 5);
+    const FileOps::Slow slow = FileOps::getSlowest().front();
+    EXPECT_EQ(std::string(slow.m_path), path.substr(path.size() - (FileOps::s_pathSize - 1)));
+    EXPECT_EQ(slow.m_offset, 3u);
+    EXPECT_EQ(slow.m_size, 4u);
+    EXPECT_EQ(slow.m_error, 5);
+}
+
+TEST_F(FileOpsTest, TheCommandTellsAllOfIt) {
+    FileOps::offerControl();
+    JsonValue reply;
+    std::string reason;
+    ASSERT_TRUE(JsonValue::parse(ControlCommands::execute("{\"id\":1,\"cmd\":\"ops\"}"), reply, reason)) << reason;
+    const JsonValue* const result = reply.find("result");
+    ASSERT_NE(result, nullptr);
+    for (const char* part : {"inFlight", "done"}) {
+        ASSERT_NE(result->find(part), nullptr);
+        EXPECT_EQ(result->find(part)->getKeys(), (std::vector<std::string>{"read", "write", "flush"}));
+    }
+    ASSERT_NE(result->find("slowest"), nullptr);
+    EXPECT_EQ(result->find("slowest")->getKind(), JsonValue::Kind::Array);
+}
