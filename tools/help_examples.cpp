@@ -9,7 +9,7 @@ struct Example {
     const char* m_text;
 };
 
-constexpr std::array<Example, 5> s_examples = {{
+constexpr std::array<Example, 10> s_examples = {{
     {"info",
      "mediacore info interview.wav\n"
      "    what the movie is, its tracks, clips and files\n"
@@ -43,6 +43,33 @@ constexpr std::array<Example, 5> s_examples = {{
      "    the formats that can be read and written\n"
      "mediacore formats --json | jq -r '.formats[] | select(.role == \"reader\") | .suffixes[]'\n"
      "    the suffixes of readable files\n"},
+    {"watch",
+     "mediacore watch live.wav\n"
+     "    a line at each replacement and growth, until a signal comes\n"
+     "mediacore watch --jsonl live.wav | jq -r 'select(.event == \"grown\") | .safe'\n"
+     "    how far the movie may be read, in frames\n"},
+    {"play",
+     "mediacore play interview.wav -o interview.pcm\n"
+     "    what may be read now\n"
+     "mediacore play --follow live.wav | ffplay -f s24le -ar 48000 -ac 2 -\n"
+     "    a recording while another process makes it\n"},
+    {"record",
+     "mediacore record take.wav --from take.raw --rate 48000 --channels 2 --bits 24\n"
+     "    raw samples as a movie\n"
+     "arecord -t raw -f S24_3LE -r 48000 -c 2 | mediacore record live.wav --from - --jsonl\n"
+     "    from a sound card until a signal comes, with a line for each second that is safe\n"},
+    {"status",
+     "mediacore status 4711\n"
+     "    what that process has open and under way\n"
+     "mediacore status --json --ctl /run/mediacore 4711 | jq '.status.objects[] | select(.holders > 0) | .path'\n"
+     "    which movies are held\n"},
+    {"switch",
+     "mediacore switch 4711\n"
+     "    all switches of that process\n"
+     "mediacore switch 4711 setbit mediaObjDbg 'cache activity'\n"
+     "    log what its cache does\n"
+     "mediacore switch /run/mediacore/mediacore.4711.sock set mediaZombieTime 5\n"
+     "    by the socket's path\n"},
     {"generate",
      "mediacore generate bash-completion > /etc/bash_completion.d/mediacore\n"
      "    completion for every user\n"

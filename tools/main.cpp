@@ -42,6 +42,16 @@ ExitCode runCommand(const Options& options, Output& output) {
             return runFrames(options.m_frames, output);
         case Command::Formats:
             return runFormats(output);
+        case Command::Watch:
+            return runWatch(options.m_watch, output);
+        case Command::Play:
+            return runPlay(options.m_play, options.m_quiet, output);
+        case Command::Record:
+            return runRecord(options.m_record, options.m_quiet, output);
+        case Command::Status:
+            return runStatus(options.m_status, output);
+        case Command::Switch:
+            return runSwitch(options.m_switch, output);
         case Command::Generate:
             return runGenerate(options.m_generate, output);
         case Command::None:

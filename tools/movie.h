@@ -16,6 +16,8 @@ public:
     // Fails: get() is null and failure() says why. A lack of permission, a folder and an error of the device are told
     // apart from a file that no reader takes.
     explicit Movie(const std::string& path);
+    // One that is open already. Takes: the caller's reference.
+    Movie(const std::string& path, MediaObj* object) : m_path(path), m_object(object) {}
 
     const MediaObj* get() const { return m_object.get(); }
     const MediaObj& operator*() const { return *m_object.get(); }

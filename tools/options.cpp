@@ -71,6 +71,11 @@ public:
         addRead();
         addFrames();
         addFormats();
+        addWatch();
+        addPlay();
+        addRecord();
+        addStatus();
+        addSwitch();
         addGenerate();
     }
 
@@ -82,14 +87,17 @@ public:
         options.m_verbosity = static_cast<unsigned>(m_verbosity < 0 ? 0 : m_verbosity);
         const CLI::App* chosen = m_app.get_subcommands().front();
         options.m_command = m_commands.at(chosen->get_name());
-        if (options.m_command == Command::Read) options.m_read.m_progress = progressOf(m_progress);
-        if (options.m_command == Command::Read) finish(m_readNumbers, options.m_read.m_range);
-        if (options.m_command == Command::Frames) finish(m_frameNumbers, options.m_frames.m_range);
+        finishNumbers(options);
         for (std::string& file : options.m_info.m_files)
             unguard(file);
-        for (RangeOptions* range : {&options.m_read.m_range, &options.m_frames.m_range})
-            unguard(range->m_file);
-        unguard(options.m_read.m_target);
+        for (std::string& argument : options.m_switch.m_arguments)
+            unguard(argument);
+        for (std::string* text :
+             {&options.m_read.m_range.m_file, &options.m_frames.m_range.m_file, &options.m_read.m_target,
+              &options.m_watch.m_file, &options.m_play.m_file, &options.m_play.m_target, &options.m_record.m_file,
+              &options.m_record.m_source, &options.m_status.m_process.m_process, &options.m_status.m_process.m_folder,
+              &options.m_switch.m_process.m_process, &options.m_switch.m_process.m_folder, &options.m_switch.m_action})
+            unguard(*text);
         return options;
     }
 
@@ -98,6 +106,53 @@ private:
         std::string m_from;
         std::string m_count;
     };
+
+    // What recording takes: texts, as long as it isn't known whether they are wanted.
+    struct Sound {
+        std::string m_rate;
+        std::string m_channels;
+        std::string m_bits;
+    };
+
+    void finishNumbers(Options& options) const {
+        switch (options.m_command) {
+            case Command::Read:
+                options.m_read.m_progress = progressOf(m_progress);
+                return finish(m_readNumbers, options.m_read.m_range);
+            case Command::Frames:
+                return finish(m_frameNumbers, options.m_frames.m_range);
+            case Command::Watch:
+                options.m_watch.m_count = countOf("--count", m_watchCount);
+                return;
+            case Command::Play:
+                options.m_play.m_progress = progressOf(m_progress);
+                return finish("--idle", m_idle, 0, options.m_play.m_idle);
+            case Command::Record:
+                options.m_record.m_progress = progressOf(m_progress);
+                if (const std::string& order = options.m_record.m_endian;
+                    !order.empty() && order != "little" && order != "big")
+                    throw CLI::ValidationError("--endian", "not one of little, big: " + order);
+                finish("--rate", m_sound.m_rate, 1, options.m_record.m_rate);
+                finish("--channels", m_sound.m_channels, 1, options.m_record.m_channels);
+                return finish("--bits", m_sound.m_bits, 1, options.m_record.m_bits);
+            case Command::Status:
+                return finish("--timeout", m_timeout, 1, options.m_status.m_process.m_timeout);
+            case Command::Switch:
+                return finish("--timeout", m_timeout, 1, options.m_switch.m_process.m_timeout);
+            default:
+                return;
+        }
+    }
+
+    // A number that has a value without its option.
+    static void finish(const char* option, const std::string& text, unsigned least, unsigned& value) {
+        constexpr unsigned long long most = 1000000000;
+        const std::optional<unsigned long long> number = countOf(option, text);
+        if (!number) return;
+        if (*number < least || *number > most)
+            throw CLI::ValidationError(option, "not a number from " + std::to_string(least) + " on: " + text);
+        value = static_cast<unsigned>(*number);
+    }
 
     static std::string exitCodes() {
         std::string text;
@@ -155,10 +210,19 @@ private:
         addOption(sub, "--field", output.m_field, "NAME", text.c_str());
     }
 
+    static void addLines(CLI::App* sub, OutputOptions& output, const char* text) {
+        addFlag(sub, "--jsonl", output.m_lines, text);
+    }
+
+    static void addTrack(CLI::App* sub, std::string& track) {
+        addOption(sub, "--track", track, "TRACK", "The track, such as audio0; may be left out if there is one only");
+    }
+
+    void addProgress(CLI::App* sub, const char* text) { addOption(sub, "--progress", m_progress, "KIND", text); }
+
     void addRange(CLI::App* sub, RangeOptions& range, Numbers& numbers, const char* unit) {
         sub->add_option("FILE", range.m_file, "The movie")->required()->type_name("");
-        addOption(sub, "--track", range.m_track, "TRACK",
-                  "The track, such as audio0; may be left out if there is one only");
+        addTrack(sub, range.m_track);
         addOption(sub, "--from", numbers.m_from, "N",
                   (std::string("First ") + unit + "; the start without it").c_str());
         addOption(sub, "--count", numbers.m_count, "N",
@@ -178,8 +242,7 @@ private:
         addFlag(sub, "--frames", read.m_frames, "Count --from and --count in video frames, also in a track of sound");
         addOption(sub, "-o,--output", read.m_target, "OUT",
                   "Where the bytes go; - is standard output, which is the default");
-        addOption(sub, "--progress", m_progress, "KIND",
-                  "bar, plain, json or none, on standard error; a bar on a terminal");
+        addProgress(sub, "bar, plain, json or none, on standard error; a bar on a terminal");
         addOutput(sub, read.m_output, "Print what was read as one JSON document (docs/schema/read.json); needs -o FILE",
                   "read.bytes");
     }
@@ -195,6 +258,80 @@ private:
         CLI::App* sub = addCommand("formats", Command::Formats, "List the formats that can be read and written");
         addOutput(sub, m_options.m_formats.m_output, "Print one JSON document (docs/schema/formats.json)",
                   "formats.0.name");
+    }
+
+    void addWatch() {
+        WatchOptions& watch = m_options.m_watch;
+        CLI::App* sub = addCommand("watch", Command::Watch, "Tell of each replacement and growth of a movie");
+        sub->add_option("FILE", watch.m_file, "The movie")->required()->type_name("");
+        addOption(sub, "--count", m_watchCount, "N", "End after so many changes; without it at a signal");
+        addLines(sub, watch.m_output, "Print a JSON document a change (docs/schema/watch-event.json)");
+        addOutput(sub, watch.m_output, "Print all changes as one JSON document at the end (docs/schema/watch.json)",
+                  "watch.events.0.length");
+    }
+
+    void addPlay() {
+        PlayOptions& play = m_options.m_play;
+        CLI::App* sub = addCommand("play", Command::Play, "Deliver a track's samples as far as they may be read");
+        sub->add_option("FILE", play.m_file, "The movie")->required()->type_name("");
+        addTrack(sub, play.m_track);
+        addOption(sub, "-o,--output", play.m_target, "OUT",
+                  "Where the bytes go; - is standard output, which is the default");
+        addFlag(sub, "--follow", play.m_follow, "Go on with what is recorded meanwhile, to its end");
+        addOption(sub, "--idle", m_idle, "SECONDS",
+                  "With --follow: a movie that hasn't grown for so long has ended; 20 without it");
+        addProgress(sub, "bar, plain, json or none, on standard error; a bar on a terminal");
+        addLines(sub, play.m_output, "Print a JSON document an event (docs/schema/play-event.json); needs -o FILE");
+        addOutput(sub, play.m_output,
+                  "Print what was played as one JSON document (docs/schema/play.json); needs -o FILE", "play.bytes");
+    }
+
+    void addRecord() {
+        RecordOptions& record = m_options.m_record;
+        CLI::App* sub = addCommand("record", Command::Record, "Record raw samples into a new movie");
+        sub->add_option("OUT", record.m_file, "The movie; its suffix says the format")->required()->type_name("");
+        addOption(sub, "--from", record.m_source, "RAW",
+                  "The samples, or a stream of DV for a movie of that; - is standard input")
+            ->required();
+        addOption(sub, "--rate", m_sound.m_rate, "N", "Samples a second; 48000 without it");
+        addOption(sub, "--channels", m_sound.m_channels, "N",
+                  "Channels, one behind the other in a sample; 2 without it");
+        addOption(sub, "--bits", m_sound.m_bits, "N", "Bits of a channel: 8, 16, 24 or 32; 24 without it");
+        addOption(sub, "--endian", record.m_endian, "ORDER", "little or big; the format's own without it");
+        addFlag(sub, "--realtime", record.m_realtime, "Take a second's samples in a second");
+        addProgress(sub, "bar, plain, json or none, on standard error; a bar on a terminal, else nothing");
+        addLines(sub, record.m_output, "Print a JSON document an event (docs/schema/record-event.json)");
+        addOutput(sub, record.m_output, "Print what was recorded as one JSON document (docs/schema/record.json)",
+                  "record.samples");
+    }
+
+    void addProcess(CLI::App* sub, ProcessOptions& process) {
+        sub->add_option("PROCESS", process.m_process, "Its number, or the path of its control socket")
+            ->required()
+            ->type_name("");
+        addOption(sub, "--ctl", process.m_folder, "DIR",
+                  "Folder of its socket; without it where MEDIACORE_CTL of that process says");
+        addOption(sub, "--timeout", m_timeout, "SECONDS", "How long to wait for an answer; 10 without it");
+    }
+
+    void addStatus() {
+        StatusOptions& status = m_options.m_status;
+        CLI::App* sub = addCommand("status", Command::Status, "Show what a running process has open and under way");
+        addProcess(sub, status.m_process);
+        addOutput(sub, status.m_output, "Print one JSON document (docs/schema/status.json)", "status.verdicts.update");
+    }
+
+    void addSwitch() {
+        SwitchOptions& change = m_options.m_switch;
+        CLI::App* sub = addCommand("switch", Command::Switch, "Show or set the switches of a running process");
+        addProcess(sub, change.m_process);
+        sub->add_option("ACTION", change.m_action, "list, get, set, setbit, clear or trace; list without it")
+            ->type_name("")
+            ->check(CLI::IsMember({"list", "get", "set", "setbit", "clear", "trace"}));
+        sub->add_option("ARGUMENT", change.m_arguments,
+                        "The switch and its value or bit; for trace what to list: list, status or flush")
+            ->type_name("...");
+        addOutput(sub, change.m_output, "Print one JSON document (docs/schema/switch.json)", "switch.switches.0.value");
     }
 
     void addGenerate() {
@@ -214,11 +351,17 @@ private:
     std::string m_progress;
     Numbers m_readNumbers;
     Numbers m_frameNumbers;
+    Sound m_sound;
+    std::string m_watchCount;
+    std::string m_idle;
+    std::string m_timeout;
     std::map<std::string, Command> m_commands;
 };
 
 std::vector<std::string> choicesOf(const std::string& name) {
     if (name == "WHAT") return {"bash-completion", "man"};
+    if (name == "ACTION") return {"list", "get", "set", "setbit", "clear", "trace"};
+    if (name == "endian") return {"little", "big"};
     std::vector<std::string> choices;
     if (name == "progress") {
         for (const auto& [text, kind] : progressKinds())
@@ -231,7 +374,9 @@ OptionEntry entryOf(const CLI::Option& option) {
     OptionEntry entry;
     entry.m_text = option.get_description();
     entry.m_variable = option.get_envname();
-    entry.m_takesFile = option.get_type_name() == "OUT" || option.get_name(true) == "FILE";
+    const std::string type = option.get_type_name(), place = option.get_name(true);
+    entry.m_takesFile =
+        type == "OUT" || type == "RAW" || type == "DIR" || place == "FILE" || place == "OUT" || place == "PROCESS";
     if (option.get_positional()) {
         entry.m_names.push_back(option.get_name(true));
         entry.m_choices = choicesOf(entry.m_names.front());
@@ -290,6 +435,16 @@ const OutputOptions& Options::output() const {
             return m_frames.m_output;
         case Command::Formats:
             return m_formats.m_output;
+        case Command::Watch:
+            return m_watch.m_output;
+        case Command::Play:
+            return m_play.m_output;
+        case Command::Record:
+            return m_record.m_output;
+        case Command::Status:
+            return m_status.m_output;
+        case Command::Switch:
+            return m_switch.m_output;
         case Command::Generate:
             return m_generate.m_output;
         default:

@@ -9,12 +9,13 @@
 
 // The command line as plain values. Names of files are bytes and stay as they were given.
 
-enum class Command : std::uint32_t { None, Info, Read, Frames, Formats, Generate };
+enum class Command : std::uint32_t { None, Info, Read, Frames, Formats, Watch, Play, Record, Status, Switch, Generate };
 enum class ProgressKind : std::uint32_t { Auto, Bar, Plain, Json, None };
 
 struct OutputOptions {
     bool m_json = false;
-    std::string m_field;  // "a.b"; empty for none
+    bool m_lines = false;  // a line an event, where a command has events
+    std::string m_field;   // "a.b"; empty for none
 
     bool wantsDocument() const { return m_json || !m_field.empty(); }
 };
@@ -49,6 +50,53 @@ struct FormatsOptions {
     OutputOptions m_output;
 };
 
+struct WatchOptions {
+    std::string m_file;
+    std::optional<unsigned long long> m_count;  // changes to tell; without it all that come
+    OutputOptions m_output;
+};
+
+struct PlayOptions {
+    std::string m_file;
+    std::string m_track;   // as in RangeOptions
+    std::string m_target;  // as in ReadOptions
+    bool m_follow = false;
+    unsigned m_idle = 20;  // seconds without growth after which a movie counts as ended
+    ProgressKind m_progress = ProgressKind::Auto;
+    OutputOptions m_output;
+};
+
+struct RecordOptions {
+    std::string m_file;
+    std::string m_source;  // "-" is standard input
+    unsigned m_rate = 48000;
+    unsigned m_channels = 2;
+    unsigned m_bits = 24;
+    std::string m_endian;  // "little", "big", or empty for the format's own
+    bool m_realtime = false;
+    ProgressKind m_progress = ProgressKind::Auto;
+    OutputOptions m_output;
+};
+
+// A running process and the way to it.
+struct ProcessOptions {
+    std::string m_process;    // its number, or the path of its control socket
+    std::string m_folder;     // of the socket; empty for where the process was told to put it
+    unsigned m_timeout = 10;  // seconds
+};
+
+struct StatusOptions {
+    ProcessOptions m_process;
+    OutputOptions m_output;
+};
+
+struct SwitchOptions {
+    ProcessOptions m_process;
+    std::string m_action = "list";
+    std::vector<std::string> m_arguments;
+    OutputOptions m_output;
+};
+
 struct GenerateOptions {
     std::string m_what;  // "bash-completion" or "man"
     OutputOptions m_output;
@@ -62,6 +110,11 @@ struct Options {
     ReadOptions m_read;
     FramesOptions m_frames;
     FormatsOptions m_formats;
+    WatchOptions m_watch;
+    PlayOptions m_play;
+    RecordOptions m_record;
+    StatusOptions m_status;
+    SwitchOptions m_switch;
     GenerateOptions m_generate;
 
     // Of the command that was given.

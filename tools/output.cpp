@@ -104,7 +104,10 @@ ExitCode Output::printField(const Json& document, const char* list) {
 
 ExitCode Output::fail(const Failure& failure) {
     tell(failure);
-    if (m_options.m_json) printDocument(Json{{"schemaVersion", s_schemaVersion}, {"error", errorOf(failure)}});
+    if (m_options.m_lines)
+        print(textOf(Json{{"schemaVersion", s_schemaVersion}, {"error", errorOf(failure)}}) + "\n");
+    else if (m_options.m_json)
+        printDocument(Json{{"schemaVersion", s_schemaVersion}, {"error", errorOf(failure)}});
     return failure.m_exit;
 }
 

@@ -11,7 +11,7 @@ namespace {
 ProgressKind chosen(ProgressKind kind, bool quiet) {
     if (quiet) return ProgressKind::None;
     if (kind != ProgressKind::Auto) return kind;
-    return ::isatty(STDERR_FILENO) == 1 ? ProgressKind::Bar : ProgressKind::Plain;
+    return Progress::hasTerminal() ? ProgressKind::Bar : ProgressKind::Plain;
 }
 
 std::chrono::milliseconds intervalOf(ProgressKind kind) {
@@ -26,6 +26,8 @@ std::string megabytes(double bytes) { return std::to_string(static_cast<unsigned
 
 Progress::Progress(ProgressKind kind, bool quiet, unsigned long long totalBytes)
     : m_kind(chosen(kind, quiet)), m_total(totalBytes), m_start(Clock::now()), m_next(m_start + intervalOf(m_kind)) {}
+
+bool Progress::hasTerminal() { return ::isatty(STDERR_FILENO) == 1; }
 
 Progress::~Progress() {
     if (m_shown && m_kind == ProgressKind::Bar) put("\n");
@@ -51,9 +53,11 @@ void Progress::show(Clock::time_point now) const {
         return;
     }
     const auto bytes = static_cast<double>(m_bytes);
-    const std::string text =
-        megabytes(bytes) + " of " + megabytes(static_cast<double>(m_total)) + ", " + megabytes(bytes / seconds) + "/s";
-    put(m_kind == ProgressKind::Bar ? "\r" + bar() + " " + text + "\033[K" : "mediacore: " + text + "\n");
+    // A total that isn't known is neither told nor drawn.
+    const std::string whole = m_total != 0 ? " of " + megabytes(static_cast<double>(m_total)) : "";
+    const std::string text = megabytes(bytes) + whole + ", " + megabytes(bytes / seconds) + "/s";
+    const std::string drawn = m_total != 0 ? bar() + " " : "";
+    put(m_kind == ProgressKind::Bar ? "\r" + drawn + text + "\033[K" : "mediacore: " + text + "\n");
 }
 
 std::string Progress::bar() const {

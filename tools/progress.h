@@ -15,6 +15,7 @@ public:
     ~Progress();
 
     void update(unsigned long long bytes);
+    static bool hasTerminal();
 
 private:
     using Clock = std::chrono::steady_clock;

@@ -14,6 +14,7 @@ bool isOfType(const std::string& type, const json& value) {
     if (type == "array") return value.is_array();
     if (type == "string") return value.is_string();
     if (type == "boolean") return value.is_boolean();
+    if (type == "null") return value.is_null();
     if (type == "integer") return value.is_number_integer();
     return type == "number" && value.is_number();
 }

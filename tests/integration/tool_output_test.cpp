@@ -211,11 +211,12 @@ TEST_F(ToolOutput, InfoForPeopleHasTheFacts) {
 TEST_F(ToolOutput, HelpHasExamplesAndExitCodes) {
     const kit::Outcome program = runTool({"--help"});
     EXPECT_EQ(program.m_exit, 0);
-    for (const char* text :
-         {"info", "read", "frames", "formats", "generate", "  130  interrupted\n", "  5    I/O error or no space\n"}) {
+    for (const char* text : {"info", "read", "frames", "formats", "watch", "play", "record", "status", "switch",
+                             "generate", "  130  interrupted\n", "  5    I/O error or no space\n"}) {
         EXPECT_THAT(program.m_out, HasSubstr(text));
     }
-    for (const char* command : {"info", "read", "frames", "formats", "generate"}) {
+    for (const char* command :
+         {"info", "read", "frames", "formats", "watch", "play", "record", "status", "switch", "generate"}) {
         const kit::Outcome outcome = runTool({command, "--help"});
         EXPECT_EQ(outcome.m_exit, 0);
         EXPECT_THAT(outcome.m_out, HasSubstr(std::string("Examples:\nmediacore ") + command));

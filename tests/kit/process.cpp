@@ -245,6 +245,109 @@ Outcome run(const std::vector<std::string>& arguments) {
     return run(command);
 }
 
+struct Process::Ends {
+    Pipes m_pipes;
+};
+
+Process::Process(const Command& command) : m_ends(std::make_unique<Ends>()), m_limit(command.m_limit) {
+    Pipes& pipes = m_ends->m_pipes;
+    const std::string program = findProgram(command.m_arguments.at(0));
+    Strings arguments(command.m_arguments);
+    Strings environment(environmentOf(command));
+    m_pid = ::fork();
+    if (m_pid == 0) become(command, pipes, program.c_str(), arguments.get(), environment.get());
+    m_ended = m_pid < 0;
+    pipes.m_in.close(0);
+    pipes.m_out.close(1);
+    pipes.m_err.close(1);
+    ::fcntl(pipes.m_out.reader(), F_SETFL, O_NONBLOCK);
+    ::fcntl(pipes.m_err.reader(), F_SETFL, O_NONBLOCK);
+}
+
+Process::~Process() {
+    if (hasEnded()) return;
+    ::kill(m_pid, SIGKILL);
+    while (::waitpid(m_pid, nullptr, 0) < 0 && errno == EINTR)
+        continue;
+}
+
+void Process::listen() {
+    const auto take = [](Pipe& pipe, std::string& text) {
+        std::array<char, 65536> bytes;
+        while (pipe.reader() >= 0) {
+            const ssize_t count = ::read(pipe.reader(), bytes.data(), bytes.size());
+            if (count < 0 && errno == EINTR) continue;
+            if (count < 0 && errno == EAGAIN) return;
+            if (count <= 0) return pipe.close(0);
+            text.append(bytes.data(), static_cast<std::size_t>(count));
+        }
+    };
+    take(m_ends->m_pipes.m_out, m_outcome.m_out);
+    take(m_ends->m_pipes.m_err, m_outcome.m_err);
+}
+
+const std::string& Process::out() {
+    listen();
+    return m_outcome.m_out;
+}
+
+const std::string& Process::err() {
+    listen();
+    return m_outcome.m_err;
+}
+
+bool Process::feed(const std::string& bytes) {
+    const PipeSignalIgnored ignored;
+    ::fcntl(m_ends->m_pipes.m_in.writer(), F_SETFL, O_NONBLOCK);
+    for (std::size_t fed = 0; fed < bytes.size();) {
+        const ssize_t count = ::write(m_ends->m_pipes.m_in.writer(), bytes.data() + fed, bytes.size() - fed);
+        if (count > 0) fed += static_cast<std::size_t>(count);
+        if (count < 0 && errno != EAGAIN && errno != EINTR) return false;
+        // What it prints meanwhile must not hold it up.
+        listen();
+        if (count < 0) ::poll(nullptr, 0, 1);
+    }
+    return true;
+}
+
+void Process::endInput() { m_ends->m_pipes.m_in.close(1); }
+
+void Process::signal(int number) const { ::kill(m_pid, number); }
+
+bool Process::hasEnded() {
+    if (m_ended) return true;
+    int status = 0;
+    if (::waitpid(m_pid, &status, WNOHANG) != m_pid) return false;
+    m_ended = true;
+    if (WIFEXITED(status)) m_outcome.m_exit = WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) m_outcome.m_signal = WTERMSIG(status);
+    return true;
+}
+
+bool Process::waitForOutput(const std::string& text) {
+    const Time::time_point end = Time::now() + m_limit;
+    for (;;) {
+        const bool last = hasEnded();
+        if (out().find(text) != std::string::npos) return true;
+        if (last || Time::now() > end) return false;
+        ::poll(nullptr, 0, 1);
+    }
+}
+
+Outcome Process::wait() {
+    const Time::time_point end = Time::now() + m_limit;
+    while (!hasEnded()) {
+        listen();
+        if (Time::now() > end && !m_outcome.m_timedOut) {
+            m_outcome.m_timedOut = true;
+            ::kill(m_pid, SIGKILL);
+        }
+        ::poll(nullptr, 0, 1);
+    }
+    listen();
+    return m_outcome;
+}
+
 bool hasProgram(const std::string& name) { return findProgram(name) != name || ::access(name.c_str(), X_OK) == 0; }
 
 }  // namespace kit

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -42,6 +43,43 @@ struct Outcome {
 Outcome run(const Command& command);
 // The same for arguments alone.
 Outcome run(const std::vector<std::string>& arguments);
+
+// A program that runs beside the test, which talks to it meanwhile. Only the command's arguments, environment, folder,
+// limits and rights count. At the end of a life it is killed if it still runs.
+// **Threads:** one at a time.
+class Process {
+public:
+    explicit Process(const Command& command);
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    ~Process();
+
+    int pid() const { return m_pid; }
+    // All that has come so far.
+    const std::string& out();
+    const std::string& err();
+    // Waits: until the process has taken it all. False when it takes no more.
+    bool feed(const std::string& bytes);
+    void endInput();
+    void signal(int number) const;
+    // Polls until standard output holds the text, or the process has ended without it.
+    bool waitForOutput(const std::string& text);
+    // Waits: for the end of the process, at most for the command's limit; then it is killed.
+    Outcome wait();
+    // True once it has ended; its outcome is still for `wait`.
+    bool hasEnded();
+
+private:
+    struct Ends;
+    void listen();
+
+    std::unique_ptr<Ends> m_ends;
+    const std::chrono::seconds m_limit;
+    int m_pid = -1;
+    bool m_ended = false;
+    Outcome m_outcome;
+};
+
 // True when a program of that name is in PATH.
 bool hasProgram(const std::string& name);
 
