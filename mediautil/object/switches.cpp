@@ -16,6 +16,5 @@ __attribute__((init_priority(102))) DebuggerOn mediaCacheDuration("mediaCacheDur
 // Seconds.
 __attribute__((init_priority(102))) DebuggerOn mediaZombieTime("mediaZombieTime", 1, DebuggerTypes::Init());
 
-__attribute__((init_priority(102)))
-DebuggerOn mediaValidate("mediaValidate", MediaVal::Count, "mpeg", "mpeg stats", "mpeg no zero pad", "pcm", "pcm stats",
-                         "s436");
+__attribute__((init_priority(102))) DebuggerOn mediaValidate("mediaValidate", MediaVal::Count, "mpeg", "mpeg stats",
+                                                             "mpeg no zero pad", "pcm", "pcm stats", "s436");
