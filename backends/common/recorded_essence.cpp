@@ -3,6 +3,24 @@
 #include "shared/include/index/media_sample_desc.h"
 #include "shared/include/object/switches.h"
 
+void RecordedEssence::HandedQueue::push(const Handed& handed) {
+    // Room comes from those popped as long as they are half of it; then moving the others costs less than they did.
+    if (m_all.size() == m_all.capacity() && m_first * 2 >= m_all.size()) {
+        m_all.erase(m_all.begin(), m_all.begin() + static_cast<std::ptrdiff_t>(m_first));
+        m_first = 0;
+    }
+    m_all.push_back(handed);
+}
+
+void RecordedEssence::HandedQueue::pop() {
+    if (++m_first == m_all.size()) clear();
+}
+
+void RecordedEssence::HandedQueue::clear() {
+    m_all.clear();
+    m_first = 0;
+}
+
 void RecordedEssence::noteAdded(const MediaRecordReq& req, const MediaSampleDesc& desc, std::uint64_t endBefore) {
     const ShortScope lock(m_lock);
     m_tracker.notifyAdd(req);
@@ -56,7 +74,7 @@ void RecordedEssence::noteHandedHeader() {
 }
 
 void RecordedEssence::push(const Handed& handed) {
-    m_queue.push_back(handed);
+    m_queue.push(handed);
     m_handed.add(handed.m_run.m_from, handed.m_run.m_to);
 }
 
@@ -76,7 +94,7 @@ void RecordedEssence::settle() {
         desc.m_sample = first.m_sample;
         desc.m_count = first.m_count;
         if (first.m_run.m_to != 0) m_tracker.notifyWrite(desc);
-        m_queue.pop_front();
+        m_queue.pop();
     }
 }
 

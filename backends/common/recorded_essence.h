@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <vector>
 
 #include "backends/common/written_runs.h"
@@ -57,6 +56,20 @@ private:
         unsigned m_count = 0;
     };
 
+    // First in, first out, in memory that is kept: a steady stream of writes takes none.
+    class HandedQueue {
+    public:
+        bool empty() const { return m_first == m_all.size(); }
+        const Handed& front() const { return m_all[m_first]; }
+        void push(const Handed& handed);
+        void pop();
+        void clear();
+
+    private:
+        std::vector<Handed> m_all;
+        std::size_t m_first = 0;  // those before it have been popped
+    };
+
     void settle() MO_REQUIRES(m_lock);
     void lose() MO_REQUIRES(m_lock);
     void push(const Handed& handed) MO_REQUIRES(m_lock);
@@ -68,7 +81,7 @@ private:
     WrittenRuns m_written MO_GUARDED_BY(m_lock);
     WrittenRuns m_handed MO_GUARDED_BY(m_lock);                 // with what has been written
     std::vector<Run> m_holes MO_GUARDED_BY(m_lock);             // in order; each is there with the block behind it
-    std::deque<Handed> m_queue MO_GUARDED_BY(m_lock);           // handed over and not known to be written
+    HandedQueue m_queue MO_GUARDED_BY(m_lock);                  // handed over and not known to be written
     unsigned long long m_doneBefore MO_GUARDED_BY(m_lock) = 0;  // of the handle, when the queue's first was handed over
     AutoRefPtr<BasicFileIO> m_handle MO_GUARDED_BY(m_lock);
     const FsFileIO* m_file MO_GUARDED_BY(m_lock) = nullptr;  // the same, or null

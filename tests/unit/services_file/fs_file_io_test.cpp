@@ -273,8 +273,8 @@ TEST_F(FileRefusal, OfPipesDevicesFoldersAndSockets) {
     address.sun_family = AF_UNIX;
     std::snprintf(address.sun_path, sizeof address.sun_path, "%s", (m_tree / "socket").c_str());
     ASSERT_EQ(0, ::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address));
-    ::symlink("/dev/zero", (m_tree / "link").c_str());
-    ::symlink((m_tree / "loop").c_str(), (m_tree / "loop").c_str());
+    ASSERT_EQ(0, ::symlink("/dev/zero", (m_tree / "link").c_str()));
+    ASSERT_EQ(0, ::symlink((m_tree / "loop").c_str(), (m_tree / "loop").c_str()));
     for (const std::string& path : {m_tree / "pipe", m_tree / "socket", m_tree / "link", m_tree / "loop", m_tree.root(),
                                     std::string("/dev/zero"), std::string("/dev/tty"), std::string("/")}) {
         for (const Mode mode : {Mode::Create, Mode::Update, Mode::ReadOnly}) {
