@@ -5,6 +5,8 @@ JOBS ?= $(shell nproc)
 FILE ?= /usr/share/sounds/alsa/Front_Center.wav
 PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
+SOAK_SECONDS ?= 120
+SOAK_KILLS ?= 2000
 export JOBS
 
 # A folder of real media for the tests; without it those tests make their own files only.
@@ -16,7 +18,7 @@ endif
 SOURCE_FOLDERS := $(wildcard support services shared mediautil neighbours backends tools examples tests bench)
 FORMATTED = $(shell find $(SOURCE_FOLDERS) -name '*.h' -o -name '*.cpp' -o -name mediaobj)
 
-.PHONY: help build demo test bench asan tsan fuzz format lint install clean
+.PHONY: help build demo test bench asan tsan fuzz soak format lint install clean
 
 help:
 	@echo 'make build    the tool (build/release/bin/mediacore) and the libraries (build/release/lib)'
@@ -25,6 +27,7 @@ help:
 	@echo 'make asan     unit and stress tests under the address and undefined-behaviour sanitizers'
 	@echo 'make tsan     unit and stress tests under the thread sanitizer'
 	@echo 'make fuzz     every fuzz target for FUZZ_SECONDS (60) each'
+	@echo 'make soak     recorders followed for SOAK_SECONDS (120) of media, and killed SOAK_KILLS (2000) times'
 	@echo 'make bench    measurements, each beside what it is compared with'
 	@echo 'make format   lays the sources out by .clang-format'
 	@echo 'make lint     layout, clang-tidy and the shell scripts, without changing anything'
@@ -55,6 +58,12 @@ fuzz:
 	@cmake --preset fuzz >/dev/null
 	@cmake --build --preset fuzz --parallel $(JOBS) -- --quiet
 	@scripts/run-fuzz $(FUZZ_SECONDS)
+
+soak:
+	@scripts/install-deps build test
+	@cmake --preset dev >/dev/null
+	@cmake --build --preset dev --parallel $(JOBS) --target test_stress -- --quiet
+	@scripts/run-soak $(SOAK_SECONDS) $(SOAK_KILLS)
 
 bench:
 	@scripts/install-deps build demo bench

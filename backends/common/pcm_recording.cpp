@@ -73,7 +73,8 @@ std::shared_ptr<RecordedEssence> PcmHeaderKeeper::start(const PcmFormat& format,
     ZarnexPosix::ScopeLock<ZarnexPosix::JMutex> lock(m_mutex);
     m_format = format;
     lock.unlock();
-    std::shared_ptr<RecordedEssence> essence = begin(0, format.dataOffset);
+    std::shared_ptr<RecordedEssence> essence = begin(0, format.dataOffset, result);
+    if (essence == nullptr) return nullptr;
     lock.lock();
     result = putHeader(0);
     if (!result) essence.reset();

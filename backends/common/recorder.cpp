@@ -70,8 +70,12 @@ Recorder::Recorder(const char* name, AutoRefPtr<BasicFileIO> file) : m_name(name
 
 Recorder::~Recorder() = default;
 
-std::shared_ptr<RecordedEssence> Recorder::begin(unsigned track, std::uint64_t start) {
+std::shared_ptr<RecordedEssence> Recorder::begin(unsigned track, std::uint64_t start, OpResult& result) {
     Scope lock(m_mutex);
+    // Two processes may have taken an empty file.
+    const bool isTaken = m_essence == nullptr && m_file != nullptr && m_file->getLength() != 0;
+    result = isTaken ? occupied(m_name, m_file->getPath()) : OpResult(OpResult::Ok);
+    if (isTaken) return nullptr;
     m_essence = std::make_shared<RecordedEssence>(track, start);
     m_essence->useHandle(m_handle);
     return m_essence;

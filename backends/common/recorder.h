@@ -29,8 +29,9 @@ public:
     static AutoRefPtr<BasicFileIO> createFile(const char* name, const char* path, MediaContainment containment,
                                               BasicIOTypes::SizeAdvice advice, OpResult& result);
 
-    // The essence begins at `start`. Gives: its record. Thread: as the writes, before the first of them.
-    std::shared_ptr<RecordedEssence> begin(unsigned track, std::uint64_t start) MO_EXCLUDES(m_mutex);
+    // The essence begins at `start`. Gives: its record. Fails: null; warning 7 when somebody else has written to the
+    // file since it was taken. Thread: as the writes, before the first of them.
+    std::shared_ptr<RecordedEssence> begin(unsigned track, std::uint64_t start, OpResult& result) MO_EXCLUDES(m_mutex);
     // The movie's own roads of a write, with the record kept. Fail: as these, and warning 12 when what goes beside the
     // essence can't be written.
     OpResult write(MediaObj& movie, const MediaSampleInMovie& sample, const MediaIoBuf& buf) MO_EXCLUDES(m_mutex);

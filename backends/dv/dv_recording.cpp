@@ -115,7 +115,8 @@ DvClip* DvRecording::makeClip(DvTrack& track, const MediaClipParam& param, OpRes
                         isSameSound(format.audio, m_format.audio);
     if (result && !isKind) result = notDv("dv: the clip is of another kind than its track");
     if (!result) return nullptr;
-    if (m_essence == nullptr) m_essence = getRecorder().begin(0, 0);
+    if (m_essence == nullptr) m_essence = getRecorder().begin(0, 0, result);
+    if (m_essence == nullptr) return nullptr;
     return new RecordedDvClip(track, m_format, getMediaId(0), m_essence);
 }
 

@@ -40,6 +40,8 @@ unsigned long long samplesInside(const MediaClipDesc& clip, unsigned long long b
     const unsigned long long length = clip.getLength();
     if (lookup == nullptr) return length;
     if (const unsigned size = lookup->getFixedSize(); size != 0) {
+        // Such an index of a slave counts its master's samples, and the master bounds them both.
+        if (clip.isSlave()) return length;
         const unsigned long long base = lookup->getBaseOffset();
         return std::min(length, bytes > base ? (bytes - base) / size : 0);
     }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -214,6 +215,32 @@ TEST_F(ToolLive, ARecordingOverwritesNothing) {
     const std::string before = readFile(path);
     EXPECT_NE(runTool({"record", path, "--from", raw(10)}).m_exit, 0);
     EXPECT_TRUE(readFile(path) == before);
+}
+
+TEST_F(ToolLive, ASecondRecorderOfAFileIsRefusedAndTheFirstGoesOn) {
+    const std::unique_ptr<kit::Process> recorder = record("a.wav");
+    ASSERT_TRUE(recorder->feed(patternOf(s_rate)));
+    ASSERT_TRUE(recorder->waitForOutput("\"safe\"")) << recorder->err();
+    const std::string path = m_tree.path("a.wav");
+    const kit::Outcome second = runTool({"record", path, "--from", m_tree.write("other", std::string(600, 'x'))});
+    EXPECT_NE(second.m_exit, 0);
+    EXPECT_THAT(second.m_err, HasSubstr(path + " is there already and is not overwritten"));
+    ASSERT_TRUE(recorder->feed(patternOf(s_rate + 10).substr(std::size_t{s_rate} * s_size)));
+    recorder->endInput();
+    EXPECT_EQ(recorder->wait().m_exit, 0);
+    EXPECT_TRUE(samplesOf(path) == patternOf(s_rate + 10));
+}
+
+TEST_F(ToolLive, AFolderThatTakesNoFilesIsTold) {
+    const std::string folder = std::filesystem::path(m_tree.write("folder/other", "x")).parent_path();
+    ASSERT_EQ(::chmod(folder.c_str(), 0500), 0);
+    kit::Command command = toolCommand({"record", folder + "/a.wav", "--from", raw(10)});
+    command.m_privileged = false;
+    const kit::Outcome outcome = kit::run(command);
+    EXPECT_EQ(outcome.m_exit, 3);
+    EXPECT_THAT(outcome.m_err, HasSubstr(folder + "/a.wav can't be written: Permission denied"));
+    EXPECT_FALSE(m_tree.exists("folder/a.wav"));
+    ASSERT_EQ(::chmod(folder.c_str(), 0700), 0);
 }
 
 TEST_F(ToolLive, PlayDeliversAWholeMovie) {

@@ -4,9 +4,10 @@
 
 namespace kit {
 
-// What the process holds: movies, media buffers, descriptors, threads. Compared before and after, it says what leaked.
-// What the services keep from their first use on (a watch's descriptor, an engine's threads) must be there already when
-// the first count is taken; that some of it has gone since, as after a shutdown, is no leak.
+// What the process holds: movies, media buffers, descriptors (but for rings and event counters), threads. Compared
+// before and after, it says what leaked. What the services keep from their first use on (a watch's descriptor, an
+// engine's threads) must be there already when the first count is taken; that some of it has gone since, as after a
+// shutdown, is no leak.
 class LeakCheck {
 public:
     LeakCheck() : m_before(now()) {}

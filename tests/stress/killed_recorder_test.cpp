@@ -6,32 +6,30 @@
 
 #include <cinttypes>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <random>
 #include <sstream>
 #include <thread>
 
-#include "backends/dv/dv_black.h"
+#include "backends/dv/dv_system.h"
 #include "shared/include/description/media_clip_desc.h"
-#include "shared/include/description/media_clip_param.h"
 #include "shared/include/description/media_track_desc.h"
 #include "shared/include/index/media_offset_lookup.h"
-#include "shared/include/index/media_sample_req.h"
-#include "shared/include/io/media_io_buf.h"
 #include "tests/kit/cache_scene.h"
 #include "tests/kit/child_job.h"
 #include "tests/kit/samples.h"
+#include "tests/stress/stress_recorder.h"
 
 // A recorder that is killed at any moment leaves a file that opens, with every sample that the file has told of.
 
 namespace {
 
-constexpr unsigned s_rate = 1000, s_channels = 2, s_bits = 24, s_soundSize = s_channels * s_bits / 8;
+using stress::dvSystem;
+using stress::sizeOf;
+using stress::suffixOf;
 
-const DvSystem& dvSystem() { return *DvSystem::find(MediaVideoRate::Ntsc2997); }
-
-unsigned sizeOf(MediaFileType type) { return type == MediaFileType::Dv ? dvSystem().frameSize() : s_soundSize; }
+constexpr unsigned s_rate = 1000;
 
 // What a child is told to do.
 struct Orders {
@@ -55,29 +53,6 @@ struct Orders {
     }
 };
 
-// Frames are black, with their number at their end.
-std::string frame(unsigned long long number) {
-    static const std::string black = [] {
-        std::string bytes(dvSystem().frameSize(), '\0');
-        DvAudio sound;
-        sound.channels = 2;
-        DvBlack::write(dvSystem(), false, MediaAspectRatio::Ratio4x3, sound,
-                       reinterpret_cast<std::uint8_t*>(bytes.data()));
-        return bytes;
-    }();
-    std::string bytes = black;
-    std::memcpy(bytes.data() + bytes.size() - sizeof number, &number, sizeof number);
-    return bytes;
-}
-
-std::string essence(MediaFileType type, unsigned long long sample, unsigned count) {
-    if (type != MediaFileType::Dv) return kit::patternFrom(sample * s_soundSize, count * s_soundSize);
-    std::string bytes;
-    for (unsigned i = 0; i < count; ++i)
-        bytes += frame(sample + i);
-    return bytes;
-}
-
 // Whole frames of a stream, which has no other header than its length.
 long long framesOf(const std::string& path) {
     struct stat status {};
@@ -97,27 +72,13 @@ long long told(const std::string& path, MediaFileType type) {
     std::uint32_t value = 0;
     for (unsigned i = 0; i < 4; ++i)
         value |= isWav ? byteAt(100 + i) << (8 * i) : byteAt(22 + i) << (24 - 8 * i);
-    return isWav ? value / s_soundSize : value;
+    return isWav ? value / stress::s_soundSize : value;
 }
 
 void tell(long long samples) {
     char line[32];
     const int length = std::snprintf(line, sizeof line, "%lld\n", samples);
     if (::write(STDOUT_FILENO, line, static_cast<unsigned>(length)) != length) ::_exit(3);
-}
-
-bool recordBlock(MediaObj& movie, MediaTrackDesc& track, MediaFileType type, unsigned long long sample, unsigned count,
-                 bool async) {
-    SampleInfo info;
-    info.reset(count * sizeOf(type));
-    MediaSampleInMovie where;
-    OpResult result;
-    if (!track.addSamples(MediaRecordReq(sample, count, info), where, result)) return false;
-    const std::string bytes = essence(type, sample, count);
-    if (async) return movie.vaWrite(where, kit::obufOf(bytes)).success();
-    MediaIoBuf buffer;
-    kit::fill(buffer, bytes);
-    return movie.vsWrite(where, buffer).success();
 }
 
 void killSoon(unsigned usec) {
@@ -135,24 +96,14 @@ int recordUntilKilled(const std::string& text) {
     // Some are killed while they begin, the others once something has been told, however slow the machine is.
     const bool isEarly = orders.m_seed % 4 == 0;
     if (isEarly) killSoon(orders.m_usec);
-    MediaClipParam param;
-    const bool isDv = orders.m_type == MediaFileType::Dv;
-    const bool isGood = isDv ? param.initVideo(orders.m_type, MediaEncodingType::Dv, MediaVideoRate::Ntsc2997)
-                             : param.initAudio(orders.m_type, MediaEncodingType::Pcm, MediaVideoRate::Unknown, s_rate,
-                                               s_channels, s_bits);
-    if (!isGood) return 4;
-    OpResult result;
-    MediaObj* const movie = MediaObj::openWriter(orders.m_path.c_str(), false, result, MediaContainment::Embedded,
-                                                 orders.m_type, nullptr, BasicIOTypes::SizeAdvice::None);
-    MediaTrackDesc* const track = movie != nullptr ? movie->createTrack(param, result) : nullptr;
-    if (track == nullptr || track->createClip(param, result) == nullptr) return 5;
+    stress::Recording recording;
+    if (!recording.begin(orders.m_path, orders.m_type, s_rate)) return 4;
     std::mt19937 random(orders.m_seed);
     long long last = -1;
-    for (unsigned long long sample = 0;;) {
-        const unsigned count = isDv ? 1 : 2 + random() % 300;
-        if (!recordBlock(*movie, *track, orders.m_type, sample, count, orders.m_async)) return 6;
-        sample += count;
-        if (random() % 50 == 0) movie->flush(nullptr, true);
+    for (;;) {
+        const unsigned count = orders.m_type == MediaFileType::Dv ? 1 : 2 + random() % 300;
+        if (!recording.write(count, orders.m_async)) return 5;
+        if (random() % 50 == 0) recording.flush();
         const long long now = told(orders.m_path, orders.m_type);
         if (now != last) {
             if (last < 0 && !isEarly) killSoon(orders.m_usec);
@@ -199,7 +150,7 @@ protected:
         EXPECT_TRUE(samples == 0 || clip.getLength() == static_cast<unsigned long long>(samples));
         const std::size_t size = clip.getLength() * sizeOf(GetParam().m_type);
         EXPECT_TRUE(kit::bytesAt(path, clip.getLookup()->getBaseOffset(), size) ==
-                    essence(GetParam().m_type, 0, static_cast<unsigned>(clip.getLength())));
+                    stress::essence(GetParam().m_type, 0, static_cast<unsigned>(clip.getLength())));
         m_samples += clip.getLength();
         movie->release();
     }
@@ -215,12 +166,11 @@ constexpr Way s_ways[] = {
     {"DvAsync", MediaFileType::Dv, true, "uring"},
 };
 
-const char* suffixOf(MediaFileType type) {
-    if (type == MediaFileType::Dv) return ".dv";
-    return type == MediaFileType::Wav ? ".wav" : ".aiff";
+// Of each way.
+unsigned killsOfAWay() {
+    constexpr unsigned ways = std::size(s_ways);
+    return (stress::lengthFrom("MEDIACORE_SOAK_KILLS", 35 * ways) + ways - 1) / ways;
 }
-
-constexpr unsigned s_kills = 35;       // of each way
 constexpr unsigned s_longest = 30000;  // µs
 
 }  // namespace
@@ -229,16 +179,17 @@ INSTANTIATE_TEST_SUITE_P(Ways, KilledRecorder, testing::ValuesIn(s_ways),
                          [](const auto& way) { return std::string(way.param.m_name); });
 
 TEST_P(KilledRecorder, LeavesAFileWithAllThatItHasTold) {
+    const unsigned kills = killsOfAWay();
     const unsigned seed = std::random_device()();
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::mt19937 random(seed);
-    for (unsigned i = 0; i < s_kills && !HasFailure(); ++i) {
+    for (unsigned i = 0; i < kills && !HasFailure(); ++i) {
         const std::string path = m_tree.path("k" + std::to_string(i) + suffixOf(GetParam().m_type));
         expectWhole(path, record(path, static_cast<unsigned>(random() % s_longest), random()));
         std::error_code missing;                         // killed before there was a file
         std::filesystem::resize_file(path, 0, missing);  // streams are large
     }
-    EXPECT_GT(m_headers, s_kills / 4);
+    EXPECT_GT(m_headers, kills / 4);
     EXPECT_GT(m_samples, 0u);
-    std::printf("%u kills, %u files with a header, %llu samples\n", s_kills, m_headers, m_samples);
+    std::printf("%u kills, %u files with a header, %llu samples\n", kills, m_headers, m_samples);
 }

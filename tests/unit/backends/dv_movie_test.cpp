@@ -273,6 +273,16 @@ TEST_F(DvMovie, FollowsAStreamThatGrows) {
     EXPECT_TRUE(readFrame(3) == bytes.substr(144000 * 3, 144000));
 }
 
+TEST_F(DvMovie, IsSafeToReadUpToTheLastFrameThatItsFileHolds) {
+    openBytes(stream(system(Pal420), 5));
+    std::filesystem::resize_file(m_tree.path("a.dv"), 144000 * 3 + 7);
+    EXPECT_EQ(m_movie->getFrameLength(), 5u);
+    // The sound rides on the frames and takes none of them away.
+    EXPECT_EQ(m_movie->getReadSafeFrameLength(), 3u);
+    m_tree.append("a.dv", std::string(144000, 'x'));
+    EXPECT_EQ(m_movie->getReadSafeFrameLength(), 4u);
+}
+
 TEST_F(DvMovie, NeverShowsWhatFollowsAChangeOfTheSystem) {
     openBytes(stream(system(Pal420), 4) + stream(system(Ntsc25), 12));
     EXPECT_EQ(m_movie->getFrameLength(), 4u);

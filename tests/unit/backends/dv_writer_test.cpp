@@ -198,3 +198,17 @@ TEST_F(DvRecorded, IsNotMadeOverAFileThatIsThere) {
     refuse(path, MediaCode::FileExists, "dv: " + path + " is there already and is not overwritten");
     EXPECT_EQ(kit::bytesAt(path, 0, 100), "somebody's");
 }
+
+TEST_F(DvRecorded, WhoseEmptyFileAnotherProcessHasBegunIsRefused) {
+    learn(DvKit::stream(DvKit::system(DvKit::Pal420), 1));
+    const std::string path = m_tree.write("a.dv", "");
+    MediaObj* const movie = create(path);
+    ASSERT_NE(movie, nullptr);
+    MediaTrackDesc* const track = movie->createTrack(m_video, m_result);
+    ASSERT_NE(track, nullptr);
+    m_tree.append("a.dv", "somebody's");
+    EXPECT_EQ(track->createClip(m_video, m_result), nullptr);
+    EXPECT_TRUE(kit::isWarning(m_result, MediaCode::FileExists));
+    movie->release(MediaAgent(nullptr), true);
+    EXPECT_EQ(kit::bytesAt(path, 0, 100), "somebody's");
+}

@@ -252,12 +252,39 @@ TEST_F(WavRecording, IsNotMadeTwice) {
     EXPECT_EQ(told(), 20u);
 }
 
+TEST_F(WavRecording, WhoseFileIsRemovedGoesOnAndDoesNotBringItBack) {
+    start("a.wav", soundOf(s_wav, 48000, 2, 16));
+    record(100);
+    record(100, true);
+    std::filesystem::remove(m_path);
+    record(48000);
+    record(48000, true);
+    EXPECT_TRUE(m_movie->setRecording(false));
+    endRecording();
+    EXPECT_FALSE(m_tree.exists("a.wav"));
+}
+
 TEST_F(WavRecording, ThatTwoBeginBeforeTheFirstClipIsOfTheFirst) {
     MediaObj* const first = create(m_tree.path("a.wav"));
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(create(m_tree.path("a.wav")), nullptr);
     EXPECT_TRUE(m_result.success());
     first->release(MediaAgent(nullptr), true);
+}
+
+TEST_F(WavRecording, WhoseEmptyFileAnotherProcessHasBegunIsRefused) {
+    const MediaClipParam param = soundOf(s_wav, 48000, 2, 16);
+    const std::string path = m_tree.write("a.wav", "");
+    MediaObj* const movie = create(path);
+    ASSERT_NE(movie, nullptr);
+    MediaTrackDesc* const track = movie->createTrack(param, m_result);
+    ASSERT_NE(track, nullptr);
+    m_tree.append("a.wav", "somebody's");
+    EXPECT_EQ(track->createClip(param, m_result), nullptr);
+    EXPECT_TRUE(kit::isWarning(m_result, MediaCode::FileExists));
+    EXPECT_EQ(std::string(m_result.getMessage()), "wav: " + path + " is there already and is not overwritten");
+    movie->release(MediaAgent(nullptr), true);
+    EXPECT_EQ(kit::bytesAt(path, 0, 100), "somebody's");
 }
 
 TEST_F(WavRecording, InAFolderThatCantBeMadeIsRefused) {

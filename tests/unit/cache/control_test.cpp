@@ -94,6 +94,37 @@ TEST_F(Control, AWriterShows) {
     movie->release(nullAgent(), true);
 }
 
+TEST_F(Control, AMorphThatDoesNotEndShowsWithTheReaderThatWaitsForIt) {
+    const std::string path = m_tree.path("new.hdcam");
+    kit::Scripts::set(path, MovieScript());
+    ScriptedMovie* movie = openWriter(path, true);
+    ASSERT_NE(movie, nullptr);
+    const int alone = movie->getReferenceCount();
+    MediaObj* reader = nullptr;
+    std::thread opener([&] {
+        OpResult result;
+        reader = MediaObj::openReader(path.c_str(), MediaObj::ReadMode::ReadOnly, result);
+        result.discard();
+    });
+    EXPECT_TRUE(kit::waitFor([&] { return movie->getReferenceCount() == alone + 1; }));
+    const JsonValue waiting = ask("objects");
+    const JsonValue* const object = find(waiting, "path", path);
+    if (object != nullptr) {
+        EXPECT_TRUE(is(*object, "morphing"));
+        EXPECT_EQ(text(*object, "references"), std::to_string(alone + 1));
+        EXPECT_EQ(text(*object, "writers"), "1");
+    }
+    EXPECT_NE(object, nullptr);
+    movie->endMorph();
+    opener.join();
+    EXPECT_EQ(reader, movie);
+    const JsonValue ended = ask("objects");
+    ASSERT_NE(find(ended, "path", path), nullptr);
+    EXPECT_FALSE(is(*find(ended, "path", path), "morphing"));
+    movie->release();
+    movie->release(nullAgent(), true);
+}
+
 TEST_F(Control, AnIdleObjectTellsForHowLong) {
     const std::string path = scripted("idle.hdcam", MovieScript());
     open(path)->release();
