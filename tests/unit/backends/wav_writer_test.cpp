@@ -456,6 +456,7 @@ TEST_F(WavRecording, AsynchronousFailureIsToldAndLeavesOnlyWhatIsThere) {
     start("a.wav", soundOf(s_wav, 48000, 2, 16));
     record(48000, true);
     ASSERT_TRUE(arrives(0, 48000));
+    ASSERT_TRUE(kit::waitFor([&] { return claimed() == 48000; })) << "the header comes behind its samples";
     {
         HeldWrites held;
         for (unsigned i = 0; i < 5; ++i)
