@@ -9,6 +9,14 @@ if(MEDIACORE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   endif()
 endif()
 
+# Reading headers is most of the compile of a file of usual length. Not with ccache, which then hits nothing.
+set(MEDIACORE_PCH OFF)
+if(NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(MEDIACORE_PCH ON)
+endif()
+set(MEDIACORE_PCH_HEADERS <algorithm> <array> <atomic> <cstdint> <cstring> <list> <map> <memory> <string> <string_view>
+  <vector> ${CMAKE_SOURCE_DIR}/cmake/precompiled.h)
+
 add_library(mc_flags INTERFACE)
 target_compile_options(mc_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wno-unused-parameter
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>

@@ -1,5 +1,11 @@
 # Each room of the core is an object library, so that a test of one room links no more than it needs.
 
+if(MEDIACORE_PCH)
+  add_library(mc_core_pch OBJECT EXCLUDE_FROM_ALL ${CMAKE_SOURCE_DIR}/cmake/empty.cpp)
+  target_link_libraries(mc_core_pch PUBLIC mc_core_flags)
+  target_precompile_headers(mc_core_pch PRIVATE ${MEDIACORE_PCH_HEADERS})
+endif()
+
 function(mc_room name folder)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${folder}/*.cpp)
   if(NOT sources)
@@ -7,6 +13,9 @@ function(mc_room name folder)
   endif()
   add_library(${name} OBJECT ${sources})
   target_link_libraries(${name} PUBLIC mc_core_flags)
+  if(MEDIACORE_PCH)
+    target_precompile_headers(${name} REUSE_FROM mc_core_pch)
+  endif()
 endfunction()
 
 mc_room(mc_services_system services/system)

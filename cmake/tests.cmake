@@ -26,22 +26,30 @@ add_library(mc_services_for_tests STATIC $<TARGET_OBJECTS:mc_services_system> $<
   $<TARGET_OBJECTS:mc_services_file> $<TARGET_OBJECTS:mc_services_metadata>)
 target_link_libraries(mc_services_for_tests PUBLIC mc_flags PRIVATE ${MEDIACORE_SYSTEM_LIBRARIES})
 
+# What is tested is optimised under the sanitizers, so that it runs in time; its tests aren't, so that they compile in
+# time.
+add_library(mc_test_flags INTERFACE)
+target_link_libraries(mc_test_flags INTERFACE mc_flags GTest::gmock)
+if(MEDIACORE_SANITIZE)
+  target_compile_options(mc_test_flags INTERFACE -O0)
+endif()
+
+if(MEDIACORE_PCH)
+  # A program as the tests are, since only the same flags make the same headers.
+  add_executable(mc_test_pch EXCLUDE_FROM_ALL ${CMAKE_SOURCE_DIR}/cmake/empty.cpp)
+  target_link_libraries(mc_test_pch PRIVATE mc_test_flags GTest::gtest_main)
+  target_precompile_headers(mc_test_pch PRIVATE <gmock/gmock.h> <gtest/gtest.h> ${MEDIACORE_PCH_HEADERS})
+endif()
+
 # The kit brings the whole library, private headers included, and what the tests share.
 file(GLOB_RECURSE kit_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/kit/*.cpp)
 if(NOT kit_sources)
   set(kit_sources ${CMAKE_SOURCE_DIR}/cmake/empty.cpp)
 endif()
 add_library(mc_test_kit STATIC ${kit_sources})
-target_link_libraries(mc_test_kit PUBLIC mediacore_static mc_flags GTest::gmock)
-
-# Reading the headers of the test framework is most of a small test's compile. Not with ccache, which then hits nothing.
-set(MEDIACORE_PCH OFF)
-if(NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(MEDIACORE_PCH ON)
-  # A program as the tests are, since only the same flags make the same headers.
-  add_executable(mc_test_pch EXCLUDE_FROM_ALL ${CMAKE_SOURCE_DIR}/cmake/empty.cpp)
-  target_link_libraries(mc_test_pch PRIVATE mc_flags GTest::gmock GTest::gtest_main)
-  target_precompile_headers(mc_test_pch PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+target_link_libraries(mc_test_kit PUBLIC mediacore_static mc_test_flags)
+if(MEDIACORE_PCH)
+  target_precompile_headers(mc_test_kit REUSE_FROM mc_test_pch)
 endif()
 
 foreach(label unit integration stress)
@@ -54,7 +62,7 @@ function(mc_test_program name label sources)
     return()
   endif()
   add_executable(${name} ${sources})
-  target_link_libraries(${name} PRIVATE ${ARGN} mc_flags GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE ${ARGN} mc_test_flags GTest::gtest_main)
   if(MEDIACORE_PCH)
     target_precompile_headers(${name} REUSE_FROM mc_test_pch)
   endif()
