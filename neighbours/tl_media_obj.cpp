@@ -193,6 +193,38 @@ bool TlMediaObj::acceptReplacement(const MediaObj* newObject) { return behind().
 
 void TlMediaObj::setClipProperties(bool flag) { behind().setClipProperties(flag); }
 
+const char* TlMediaObj::getClipProperties() const { return behind().getClipProperties(); }
+
+bool TlMediaObj::addClipProperty(const char* name) { return behind().addClipProperty(name); }
+
+OpResult TlMediaObj::isClipSupported(const char* supported) const { return behind().isClipSupported(supported); }
+
+void TlMediaObj::resetClipProperties() { behind().resetClipProperties(); }
+
+OpResult TlMediaObj::requestClipProperties(const char* names) { return behind().requestClipProperties(names); }
+
+const UserDataSet* TlMediaObj::getUserDataMovie() const { return behind().getUserDataMovie(); }
+
+UserDataSet* TlMediaObj::getUserDataMovie(bool make) { return behind().getUserDataMovie(make); }
+
+const char* TlMediaObj::getUmid() const { return behind().getUmid(); }
+
+OpResult TlMediaObj::generateUmid() { return behind().generateUmid(); }
+
+OpResult TlMediaObj::setProxyUmid(const MediaObj& other) { return behind().setProxyUmid(other); }
+
+const char* TlMediaObj::getSourceUmid(OpResult& result) { return behind().getSourceUmid(result); }
+
+OpResult TlMediaObj::rename(const char* newPath, bool renameMedia, Namer* namer) {
+    return behind().rename(newPath, renameMedia, namer);
+}
+
+OpResult TlMediaObj::renameMediaId(MediaIdRec* id, const char* path) { return behind().renameMediaId(id, path); }
+
+OpResult TlMediaObj::reviewMediaName(DefaultMediaNamer& namer, NameReq& req, std::string& name) {
+    return behind().reviewMediaName(namer, req, name);
+}
+
 void TlMediaObj::addWriter() { behind().addWriter(); }
 
 void TlMediaObj::dropWriter() { behind().dropWriter(); }

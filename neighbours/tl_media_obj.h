@@ -90,6 +90,20 @@ public:
     bool notifyLength(MediaTrackDesc& track) override;
     bool acceptReplacement(const MediaObj* newObject) override;
     void setClipProperties(bool flag) override;
+    const char* getClipProperties() const override;
+    bool addClipProperty(const char* name) override;
+    OpResult isClipSupported(const char* supported) const override;
+    void resetClipProperties() override;
+    OpResult requestClipProperties(const char* names) override;
+    const UserDataSet* getUserDataMovie() const override;
+    UserDataSet* getUserDataMovie(bool make) override;
+    const char* getUmid() const override;
+    OpResult generateUmid() override;
+    OpResult setProxyUmid(const MediaObj& other) override;
+    const char* getSourceUmid(OpResult& result) override;
+    OpResult rename(const char* newPath, bool renameMedia, Namer* namer) override;
+    OpResult renameMediaId(MediaIdRec* id, const char* path) override;
+    OpResult reviewMediaName(DefaultMediaNamer& namer, NameReq& req, std::string& name) override;
     void addWriter() override;
     void dropWriter() override;
 

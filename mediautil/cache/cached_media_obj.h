@@ -8,6 +8,7 @@
 #include "mediautil/cache/object_map.h"
 #include "mediautil/cache/verdict_counts.h"
 #include "services/file/basic_io_types.h"
+#include "services/file/file_per_client.h"
 #include "services/system/debugger_on.h"
 #include "services/system/locks.h"
 #include "shared/include/object/media_obj.h"
@@ -22,7 +23,8 @@
 // **Locks**, in this order: m_expireLock, m_mapLock, then the holder lock and an object's own; m_rereadLock is never
 // held together with m_mapLock. A parse, close, flush or deletion never runs under m_mapLock.
 // **Threads:** any; the file layer's call `changeCb`; its own is "media re-reader".
-// **Defined in** map.cpp, replacement.cpp, expiry.cpp, rereader.cpp, service.cpp, control.cpp.
+// **Defined in** map.cpp, replacement.cpp, expiry.cpp, rereader.cpp, service.cpp, control.cpp. What is counted, in all
+// of the library: counters.cpp.
 class CachedMediaObj : public SingletonHelper<CachedMediaObj> {
 public:
     using Map = ObjectMap;
@@ -73,6 +75,8 @@ public:
         unsigned zombies;
     };
     Counts counts() MO_EXCLUDES(m_mapLock);
+    // The same. Waits: for the map lock, at most a second. Fails: false without it, and `counts` is untouched.
+    bool tryCounts(Counts& counts) MO_EXCLUDES(m_mapLock) MO_NO_THREAD_SAFETY_ANALYSIS;
     const VerdictCounts& verdicts() const { return m_verdicts; }
 
     // What the cache knows of one object at a moment.
@@ -83,15 +87,19 @@ public:
         OsPathId id = {};  // key in the map; a zombie's last one
         std::string path;  // empty for a reservation, which has nothing below either
         unsigned serial = 0;
-        int references = 0;  // the cache's own included
-        unsigned holders = 0;
+        int references = 0;    // the cache's own included
+        unsigned holders = 0;  // of type Persist
         int writers = 0;
+        int waiting = 0;  // openers that wait for the end of a morph
         bool morphing = false;
         bool writable = false;
         bool recording = false;
         unsigned long long version = 0;
         long long age = 0;    // µs since the object was made
         long long idle = -1;  // µs since its last user went; below 0 while there is one
+        // Clients with open files, and how many each has. Not known while somebody is at the files.
+        bool clientsKnown = false;
+        std::vector<FilePerClient::OpenHandles> clients = {};
     };
     // Everything in the map and among the zombies. Waits: for the map lock, at most a second.
     // Fails: false without it, and `facts` is untouched.
@@ -132,6 +140,7 @@ private:
 
     void expireZombiesLocked(long long now, const MediaObj* only);
     bool isDue(const MediaObj* object, long long now, const MediaObj* only) const MO_REQUIRES(m_mapLock);
+    bool isAnyDue(long long now, const MediaObj* only) MO_REQUIRES(m_mapLock);
     void startLostClock(MediaObj* object) MO_REQUIRES(m_mapLock);
     void moveIdleToZombies(MapScope& lock, long long now, const MediaObj* only) MO_NO_THREAD_SAFETY_ANALYSIS;
     void eraseEntries(MediaObj* object, OsPathId key) MO_REQUIRES(m_mapLock);

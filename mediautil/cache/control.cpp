@@ -6,6 +6,7 @@
 #include "services/file/file_ops.h"
 #include "services/system/control_socket.h"
 #include "shared/include/description/media_movie_desc.h"
+#include "shared/include/object/media_counters.h"
 #include "support/clock.h"
 
 // What the cache offers on the control socket.
@@ -47,12 +48,14 @@ Facts factsOf(MediaObj& object, Facts::State state, OsPathId id, long long now) 
     facts.references = object.getReferenceCount();
     facts.holders = impl.getHolderCount();
     facts.writers = impl.getWriterCount();
+    facts.waiting = impl.m_morphWaits.getCount();
     facts.morphing = object.isMorphing();
     facts.writable = object.getMovieDesc()->isWritable();
     facts.recording = object.getMovieDesc()->isRecording();
     facts.version = impl.getVersion();
     facts.age = now - impl.m_createTime;
     if (const long long last = impl.getLastRefTime(); last != 0) facts.idle = now - last;
+    facts.clientsKnown = impl.m_fileList.tryListOpen(facts.clients);
     return facts;
 }
 
@@ -68,6 +71,26 @@ const char* nameOf(Facts::State state) {
     return "zombie";
 }
 
+// A client is named by its address, which is all that is known of it; the null agent by null.
+void writeClients(const Facts& facts, JsonWriter& out) {
+    if (!facts.clientsKnown) {
+        out.null();
+        return;
+    }
+    out.beginArray();
+    for (const FilePerClient::OpenHandles& client : facts.clients) {
+        char name[24];
+        std::snprintf(name, sizeof name, "%p", static_cast<const void*>(client.m_client));
+        out.beginObject().key("agent");
+        if (client.m_client == nullptr)
+            out.null();
+        else
+            out.string(name);
+        out.key("files").number(client.m_count).endObject();
+    }
+    out.endArray();
+}
+
 void writeFacts(const Facts& facts, JsonWriter& out) {
     char id[24];
     std::snprintf(id, sizeof id, "0x%llx", facts.id.getId());
@@ -75,7 +98,9 @@ void writeFacts(const Facts& facts, JsonWriter& out) {
     if (facts.state != Facts::State::Reserved) {
         out.key("path").string(facts.path).key("serial").number(facts.serial);
         out.key("references").number(facts.references).key("holders").number(facts.holders);
+        writeClients(facts, out.key("agents"));
         out.key("writers").number(facts.writers).key("morphing").boolean(facts.morphing);
+        out.key("waiting").number(facts.waiting);
         out.key("writable").boolean(facts.writable).key("recording").boolean(facts.recording);
         out.key("version").number(std::uint64_t{facts.version});
         out.key("ageMsec").number(std::int64_t{facts.age / 1000}).key("idleMsec");
@@ -97,6 +122,11 @@ bool objectsCommand(const ControlRequest&, ControlReply& reply) {
     return true;
 }
 
+bool metricsCommand(const ControlRequest&, ControlReply& reply) {
+    reply.result().string(MediaCounters::take().toText().get());
+    return true;
+}
+
 bool verdictsCommand(const ControlRequest&, ControlReply& reply) {
     const VerdictCounts& verdicts = CachedMediaObj::getRef()->verdicts();
     reply.result().beginObject();
@@ -107,6 +137,13 @@ bool verdictsCommand(const ControlRequest&, ControlReply& reply) {
 }
 
 }  // namespace
+
+bool CachedMediaObj::tryCounts(Counts& counts) {
+    if (!lockMapPatiently()) return false;
+    counts = {static_cast<unsigned>(m_map.size()), static_cast<unsigned>(m_zombies.size())};
+    m_mapLock.unlock();
+    return true;
+}
 
 bool CachedMediaObj::listFacts(std::vector<ObjectFacts>& facts) {
     if (!lockMapPatiently()) return false;
@@ -129,10 +166,11 @@ bool CachedMediaObj::listFacts(std::vector<ObjectFacts>& facts) {
 void CachedMediaObj::offerControl() {
     ControlSocket::addCommand("trace", "the cache's listing goes to the log; kind: list (default), status or flush",
                               traceCommand);
-    ControlSocket::addCommand("objects", "what stands in the cache: who holds it, its age, version and writers",
+    ControlSocket::addCommand("objects", "what stands in the cache: who holds it, its files, age, version and writers",
                               objectsCommand);
     ControlSocket::addCommand("verdicts", "how many parses of changed files were believed or refused, by rule",
                               verdictsCommand);
+    ControlSocket::addCommand("metrics", "all counters as one text in the OpenMetrics form", metricsCommand);
     FileOps::offerControl();
     ControlSocket::startFromEnvironment();
 }

@@ -37,7 +37,28 @@ void CachedMediaObj::startLostClock(MediaObj* object) {
     }
 }
 
+// At most ticks nothing is due among very many, which is seen faster out of the map's order.
+bool CachedMediaObj::isAnyDue(long long now, const MediaObj* only) {
+    if (!m_map.hasBatches()) return true;
+    bool isAny = false;
+    MediaObj* objects[Map::s_batch];
+    std::size_t place = 0;
+    while (const unsigned count = m_map.nextBatch(place, objects)) {
+        for (unsigned i = 0; i < count; ++i)
+            __builtin_prefetch(&objects[i]->impl().m_expiring);
+        for (unsigned i = 0; i < count; ++i) {
+            if (isDue(objects[i], now, only)) {
+                isAny = true;
+            } else {
+                startLostClock(objects[i]);
+            }
+        }
+    }
+    return isAny;
+}
+
 void CachedMediaObj::moveIdleToZombies(MapScope& lock, long long now, const MediaObj* only) {
+    if (!isAnyDue(now, only)) return;
     auto entry = m_map.begin();
     while (entry != m_map.end()) {
         MediaObj* object = entry->second;
@@ -67,14 +88,15 @@ void CachedMediaObj::moveIdleToZombies(MapScope& lock, long long now, const Medi
     }
 }
 
-// Removes every entry of an object.
+// Removes every entry of an object. The key that it was found under may be another's by now, or nobody's: the map was
+// free during the close.
 void CachedMediaObj::eraseEntries(MediaObj* object, OsPathId key) {
-    const auto entry = m_map.find(key);
-    if (entry == m_map.end() || entry->second != object) return;
     const OsPathId cacheId = object->impl().getCacheId();
     const OsPathId fileId = object->getFileId();
     if (cacheId != key) eraseDuplicate(object, cacheId);
     if (fileId != key) eraseDuplicate(object, fileId);
+    const auto entry = m_map.find(key);
+    if (entry == m_map.end() || entry->second != object) return;
     if (cacheId != key && fileId != key) {
         warningMsg("CMO::expireZombies: cacheId(0x%llx), fileId(0x%llx) is not valid for %s\n", cacheId.getId(),
                    fileId.getId(), object->toString(true).get());

@@ -2,10 +2,13 @@
 
 #include "support/fixed_point.h"
 
-// Frames in a length of ticks, to the nearest one. A rate that gives no ticks a frame, 0 among them, counts as a frame
-// a tick.
+// Ticks of a frame. A rate that gives none, 0 among them, counts as a frame a tick.
+constexpr FixedPoint<16> ticksPerFrame(unsigned int timeBase, FixedPoint<16> rate) {
+    if (rate != FixedPoint<16>(0) && timeBase / rate > FixedPoint<16>(0)) return timeBase / rate;
+    return FixedPoint<16>(1);
+}
+
+// Frames in a length of ticks, to the nearest one.
 constexpr unsigned long long framesOf(unsigned long long ticks, unsigned int timeBase, FixedPoint<16> rate) {
-    FixedPoint<16> perFrame(1);
-    if (rate != FixedPoint<16>(0) && timeBase / rate > FixedPoint<16>(0)) perFrame = timeBase / rate;
-    return (ticks / perFrame).round().uint64Value();
+    return (ticks / ticksPerFrame(timeBase, rate)).round().uint64Value();
 }

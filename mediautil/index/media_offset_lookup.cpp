@@ -1,5 +1,6 @@
 #include "shared/include/index/media_offset_lookup.h"
 
+#include "mediautil/index/frame_n.h"
 #include "services/system/log.h"
 #include "services/system/text.h"
 #include "shared/include/object/core_subsystem.h"
@@ -18,6 +19,7 @@ MediaOffsetLookup::MediaOffsetLookup(const MediaOffsetSummary& summary)
 MediaOffsetLookup::~MediaOffsetLookup() {
     release(m_chained);
     m_chained = nullptr;
+    delete m_frameN.load(std::memory_order_acquire);
 }
 
 void MediaOffsetLookup::close() const {

@@ -259,6 +259,17 @@ unsigned MediaFileList::getNumOpenFiles(MediaAgent agent) {
     return sum;
 }
 
+bool MediaFileList::tryListOpen(std::vector<FilePerClient::OpenHandles>& clients) const {
+    clients.clear();
+    if (!m_mutex.trylock()) return false;
+    bool known = true;
+    for (std::size_t i = 0; i < m_files.size() && known; ++i)
+        known = m_files[i]->tryAddOpen(clients);
+    m_mutex.unlock();
+    if (!known) clients.clear();
+    return known;
+}
+
 void MediaFileList::disableLowLevelMessages() {
     ListScope lock(m_mutex);
     for (const auto& file : m_files)

@@ -59,6 +59,9 @@ public:
     BasicIOTypes::SizeAdvice getSizeAdvice(unsigned index) const MO_NO_THREAD_SAFETY_ANALYSIS;
     bool allFilesOpen(MediaAgent agent, bool writable) const;
     unsigned getNumOpenFiles(MediaAgent agent);
+    // Who has files open here, each client once, in place of what `clients` held. Fails: false, at once, when somebody
+    // is at the list or at one of its files.
+    bool tryListOpen(std::vector<FilePerClient::OpenHandles>& clients) const MO_NO_THREAD_SAFETY_ANALYSIS;
     void disableLowLevelMessages();
     void setReadOnly();
 

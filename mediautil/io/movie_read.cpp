@@ -2,6 +2,7 @@
 #include "services/system/msg_clamp.h"
 #include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_track_desc.h"
+#include "shared/include/index/media_offset_lookup.h"
 #include "shared/include/io/media_io_buf.h"
 #include "shared/include/io/media_read_req.h"
 #include "shared/include/object/core_subsystem.h"
@@ -32,13 +33,24 @@ AutoRefPtr<BasicFileIO> readHandle(const MediaObj& obj, const MediaSampleInMovie
     return fp;
 }
 
+// The frame behind the last one lies in memory, with the track's last clip.
+OpResult readFrameN(const MediaObj& obj, const MediaReadReq& req) {
+    const unsigned index = req.m_sample.m_trackIndex;
+    const MediaTrackDesc* const track = index < obj.getTrackCount() ? obj.getTrackAt(index) : nullptr;
+    if (track == nullptr || track->getClipCount() == 0) return MO_ERROR(MediaCode::InternalError, nullptr);
+    const MediaOffsetLookup* const lookup = track->getClip(track->getClipCount() - 1)->getLookup();
+    phantom_OBUF* const obuf = lookup != nullptr ? lookup->getFrameNObufCopy(req) : nullptr;
+    if (obuf == nullptr) return MO_ERROR(MediaCode::InternalError, nullptr);
+    req.m_cb->callCb(BasicIOTypes::ReadNotify(obuf, req.m_tag));
+    return OpResult(OpResult::Ok);
+}
+
 }  // namespace
 
 OpResult MediaObj::vaRead(const MediaReadReq& req) const {
     const MediaSampleInMovie& sample = req.m_sample;
     if (!sample.hasSize() || !sample.hasOffset()) return MO_ERROR(MediaCode::InternalError, nullptr);
-    // Such a frame is in no file, and no index of ours holds one in memory.
-    if (sample.m_frameN) return MO_ERROR(MediaCode::InternalError, nullptr);
+    if (sample.m_frameN) return readFrameN(*this, req);
     if (sample.m_closeOther) closeOthers(*this, sample);
     return m_impl->m_fileList.read(req, readHandle(*this, sample), isRecording());
 }

@@ -9,6 +9,6 @@ std::atomic<SampleCheck*> s_check{nullptr};
 
 }  // namespace
 
-void SampleCheck::enter(SampleCheck* check) { s_check.store(check, std::memory_order_release); }
+SampleCheck* SampleCheck::enter(SampleCheck* check) { return s_check.exchange(check, std::memory_order_acq_rel); }
 
 SampleCheck* SampleCheck::entered() { return s_check.load(std::memory_order_acquire); }

@@ -15,9 +15,9 @@ public:
     virtual void validate(const MediaSampleInMovie& sample, bool writing, const MediaIoBuf& data) = 0;
     virtual void validate(const MediaSampleInMovie& sample, bool writing, phantom_OBUF* data) = 0;
 
-    // Enters the one check of the process, borrowed; null takes it out.
+    // Enters the one check of the process, borrowed; null takes it out. Gives: the one before, or null.
     // Thread: while no read or write is under way that could still call the one before.
-    static void enter(SampleCheck* check);
+    static SampleCheck* enter(SampleCheck* check);
 
     static bool wanted() { return mediaValidate.on(); }
     // Calls the check if one is wanted and there.

@@ -1,7 +1,7 @@
 #include "shared/include/object/core_subsystem.h"
 
 // Among the very first: constructors in static storage may already open movies and raise failures.
-MediaCoreOpSubsystem mediaCoreOpSubsystem __attribute__((init_priority(101)));
+MediaCoreOpSubsystem mediaCoreOpSubsystem __attribute__((init_priority(102)));
 
 const char* MediaCoreOpSubsystem::getErrorName(int code) {
     switch (code) {

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "mediautil/description/frame_length.h"
+#include "mediautil/description/real_rate.h"
+#include "mediautil/index/cadence.h"
 #include "services/file/fs_file_io.h"
 #include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_movie_desc.h"
@@ -53,33 +56,82 @@ unsigned long long samplesInside(const MediaClipDesc& clip, unsigned long long b
     return good;
 }
 
-// Ticks of the movie's time base from a track's start that may be read.
-unsigned long long ticksInside(const MediaObj& obj, const MediaTrackDesc& track) {
-    const unsigned timeBase = obj.getMovieDesc()->getTimeBase();
-    FixedPoint<16> ticks(0);
-    for (unsigned i = 0; i < track.getClipCount(); ++i) {
-        const MediaClipDesc* clip = track.getClip(i);
-        const unsigned long long inside = samplesInside(*clip, obj.getMediaSize(clip->getMediaId()));
-        ticks += clip->convertTo(FixedPoint<16>(inside * clip->getTicksPerSample()), timeBase);
-        if (inside < clip->getLength()) break;
-    }
-    return ticks.uint64Value();
+// Whether readers cut a clip into the movie's own frames. Without a rate of its own sound is cut by a table, for
+// 29.97 Hz, and without a table it has no frames that the movie knows.
+bool hasMoviesFrames(const MediaClipDesc& clip, FixedPoint<16> movieRate) {
+    const MediaVideoRate own = clip.getVideoRate();
+    if (own != MediaVideoRate::Unknown) return realRate(own) == movieRate;
+    return Cadence::byTable(own, clip.getSampleRate(), 0).m_count != 0 &&
+           realRate(MediaVideoRate::Ntsc2997) == movieRate;
 }
 
-// Whole frames that every track of the movie has inside its files.
+// Frames of a clip, `most` at most, whose samples are all among its first `samples`.
+unsigned long long framesAmong(const MediaClipDesc& clip, unsigned long long samples, unsigned long long most) {
+    unsigned long long good = 0, bad = most + 1;
+    while (bad - good > 1) {
+        const unsigned long long middle = good + (bad - good) / 2;
+        const SampleAndCount last = clip.getSampleAndCount(middle - 1);
+        (last.m_sample + last.m_count <= samples ? good : bad) = middle;
+    }
+    return good;
+}
+
+// The time of a movie, in ticks of its time base and in frames.
+class MovieTime {
+public:
+    explicit MovieTime(const MediaObj& obj)
+        : m_base(obj.getMovieDesc()->getTimeBase()),
+          m_rate(obj.getRealVideoRate()),
+          m_perFrame(ticksPerFrame(m_base, m_rate)) {}
+
+    FixedPoint<16> ticksOf(const MediaClipDesc& clip, unsigned long long samples) const {
+        return clip.convertTo(FixedPoint<16>(samples * clip.getTicksPerSample()), m_base);
+    }
+    // Whole frames from a track's start to the end of the first `samples` samples of a clip that begins at `start`.
+    unsigned long long framesUpTo(const MediaClipDesc& clip, FixedPoint<16> start, unsigned long long samples) const {
+        const FixedPoint<16> end = start + ticksOf(clip, samples);
+        if (hasMoviesFrames(clip, m_rate)) {
+            const unsigned long long before = nearestTo(start);
+            return before + framesAmong(clip, samples, nearestTo(end) - before + 1);
+        }
+        // By time: a frame that ends within half a sample of the last one is whole.
+        return ((end + ticksOf(clip, 1) / 2) / m_perFrame).uint64Value();
+    }
+
+private:
+    unsigned long long nearestTo(FixedPoint<16> ticks) const { return (ticks / m_perFrame).round().uint64Value(); }
+
+    const unsigned m_base;
+    const FixedPoint<16> m_rate;
+    const FixedPoint<16> m_perFrame;
+};
+
+struct TrackInside {
+    unsigned long long m_frames = 0;  // whole ones from the start
+    bool m_isAll = true;              // the whole track lies inside its files
+};
+
+TrackInside trackInside(const MediaObj& obj, const MediaTrackDesc& track, const MovieTime& time) {
+    TrackInside answer;
+    FixedPoint<16> start(0);
+    for (unsigned i = 0; i < track.getClipCount() && answer.m_isAll; ++i) {
+        const MediaClipDesc& clip = *track.getClip(i);
+        const unsigned long long inside = samplesInside(clip, obj.getMediaSize(clip.getMediaId()));
+        answer.m_isAll = inside >= clip.getLength();
+        answer.m_frames = time.framesUpTo(clip, start, inside);
+        start += time.ticksOf(clip, inside);
+    }
+    return answer;
+}
+
+// Frames of the movie that every track has whole inside its files.
 unsigned long long framesInside(const MediaObj& obj) {
-    const FixedPoint<16> rate = obj.getRealVideoRate();
+    const MovieTime time(obj);
     unsigned long long frames = obj.getFrameLength();
     for (unsigned i = 0; i < obj.getTrackCount(); ++i) {
-        const MediaTrackDesc* track = obj.getTrackAt(i);
-        if (track->getClipCount() == 0) continue;
-        const unsigned long long ticks = ticksInside(obj, *track);
-        const unsigned long long whole = track->getLength();
         // A track that is all there bounds nothing, so that rounding takes no frame away.
-        if (ticks >= whole) continue;
-        FixedPoint<16> perFrame = obj.getMovieDesc()->getTimeBase() / rate;
-        if (!(perFrame > FixedPoint<16>(0))) perFrame = FixedPoint<16>(1);
-        frames = std::min<unsigned long long>(frames, (ticks / perFrame).uint64Value());
+        const TrackInside track = trackInside(obj, *obj.getTrackAt(i), time);
+        if (!track.m_isAll) frames = std::min(frames, track.m_frames);
     }
     return frames;
 }

@@ -172,8 +172,6 @@ void* MediaObj::getParseRoot() { return nullptr; }
 
 bool MediaObj::acceptReplacement(const MediaObj*) { return true; }
 
-void MediaObj::setClipProperties(bool) {}
-
 std::list<MediaObj*> MediaObj::getExternalRefMediaObj() const { return {}; }
 
 AutoReleasePtr<IRecordTrain> MediaObj::getRecordTrainInterface() {

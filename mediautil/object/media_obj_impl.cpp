@@ -24,6 +24,7 @@ MediaObjImpl::~MediaObjImpl() {
     --active;
     delete m_lengthWatch.load(std::memory_order_acquire);
     delete m_recordTracker.load(std::memory_order_acquire);
+    delete[] m_sourceUmid.load(std::memory_order_acquire);
 }
 
 namespace {

@@ -56,6 +56,8 @@ public:
     LengthWatch* lengthWatch() const { return m_lengthWatch.load(std::memory_order_acquire); }
     // The record log, made on first use. Null when there is no memory for it.
     MediaRecordTracker* recordTracker();
+    // Keeps the text for as long as the object lives. Gives: borrowed; null without memory.
+    const char* keepSourceUmid(const char* text);
     // Gives `other` a copy of this object's watch, if there is one. A watch that `other` had is overwritten in place
     // and not freed: a reader may be inside it.
     void copyLengthWatchTo(MediaObjImpl& other) const;
@@ -87,7 +89,8 @@ public:
     MediaFileList m_fileList;
     RefCount m_refCount;
     AtomicCounter m_morphCount;
-    AtomicCounter m_morphEnds{0};  // calls of endMorph at work
+    AtomicCounter m_morphEnds{0};   // calls of endMorph at work
+    AtomicCounter m_morphWaits{0};  // openers that wait for the end
 
 private:
     std::atomic<long long> m_lastRefTime{0};  // µs; when the count last fell to the cache's own, 0 is not idle
@@ -107,6 +110,7 @@ public:
 private:
     std::atomic<LengthWatch*> m_lengthWatch{nullptr};           // owned, made on first use
     std::atomic<MediaRecordTracker*> m_recordTracker{nullptr};  // the same
+    std::atomic<char*> m_sourceUmid{nullptr};                   // array text, owned; made on first success
 
 public:
     mutable ZarnexPosix::JMutex m_persistMutex;

@@ -58,6 +58,13 @@ bool willDo(MediaObj& object, bool hasWriters, bool fileWritable, bool force, Op
     return object.hasState(MediaObjStateKeep);
 }
 
+void pollForMorph(MediaObjImpl& impl) {
+    ++impl.m_morphWaits;
+    while (impl.isUnfinished())
+        waitMsec(1);
+    --impl.m_morphWaits;
+}
+
 void waitForMorph(MediaObj& object, BasicFileIO& file) {
     if (!object.impl().isUnfinished()) return;
     const bool log = mediaObjDbg.on(MediaDbg::Morph);
@@ -65,8 +72,7 @@ void waitForMorph(MediaObj& object, BasicFileIO& file) {
     if (log) {
         debugMsg("MO::openReader(%s): wait for morph, now=%d\n", file.getPath(), object.impl().m_morphCount.getCount());
     }
-    while (object.impl().isUnfinished())
-        waitMsec(1);
+    pollForMorph(object.impl());
     if (log) {
         debugMsg("MO::openReader(%s): morph wait done after %lldus\n", file.getPath(), Clock::nowRelative() - start);
     }
@@ -161,6 +167,24 @@ MediaObj* wrapIfAsked(MediaObj* object) {
     return standIn.forget();
 }
 
+// A file that somebody else has made since it was looked for.
+bool isOthers(const OpResult& result) {
+    return result.getSubsystem() == mediaCoreOpSubsystem.getId() && result.getCode() == MediaCode::FileExists;
+}
+
+// Removes the file that an `openWriter` without success has made, unless another recording has it by now: `own` of the
+// claims on it are that call's. Where it made a movie only an empty file goes, and one that it has claimed.
+void takeBack(const char* path, unsigned own) {
+    const AutoRefPtr<BasicFileIO> file(new FsFileIO("MO::opnWtr", path, BasicIOTypes::Mode::Update));
+    auto& handle = static_cast<FsFileIO&>(*file);
+    handle.disableLowLevelMessages();
+    if (!handle.exists() || (own != 0 && handle.getLength() != 0)) return;
+    FileClaim claim;
+    const int error = handle.open() ? claim.take(handle) : EACCES;
+    const bool isClaimable = error == 0 && claim.count() == own + 1 && handle.isAtPath();
+    if (isClaimable || (error != 0 && error != EBUSY && own == 0)) FsFileIO::remove(path);
+}
+
 }  // namespace
 
 MediaObj* MediaObj::openReader(const char* path, ReadMode mode, OpResult& result, MediaFileType type, bool force) {
@@ -252,7 +276,7 @@ MediaObj* MediaObj::openWriter(const char* path, bool morph, OpResult& result, M
     if (!existed) PathParser(path).mkdirs(true);
     MediaObj* object = desc.m_create(path, result, containment, type, morph, advice, style);
     if (object == nullptr) {
-        if (!existed) FsFileIO::remove(path);
+        if (!existed && !isOthers(result)) takeBack(path, 0);
         return nullptr;
     }
     if (static_cast<std::uint32_t>(containment) > static_cast<std::uint32_t>(MediaContainment::ByRef)) {
@@ -261,7 +285,12 @@ MediaObj* MediaObj::openWriter(const char* path, bool morph, OpResult& result, M
     }
     if (morph) object->beginMorph();
     object->setRecording(true).discard();
-    return CachedMediaObj::getRef()->replace(object, OsPathId(0), true, false);
+    // What loses to another object is kept for a look at its file.
+    ScopeHold made;
+    made = object;
+    MediaObj* const winner = CachedMediaObj::getRef()->replace(object, OsPathId(0), true, false);
+    if (winner == nullptr && !existed) takeBack(path, 1);
+    return winner;
 }
 
 MediaObj* MediaObj::openObj(MediaFileType type, OpResult& result) {
@@ -308,10 +337,7 @@ AutoArrayPtr<unsigned char> MediaObj::readRawHeader(AutoRefPtr<BasicFileIO> file
 
 MediaObj* MediaObj::getOpenObj(OsPathId id) {
     MediaObj* object = CachedMediaObj::getRef()->find(id, false, nullptr);
-    if (object != nullptr) {
-        while (object->impl().isUnfinished())
-            waitMsec(1);
-    }
+    if (object != nullptr && object->impl().isUnfinished()) pollForMorph(object->impl());
     return object;
 }
 

@@ -157,6 +157,13 @@ unsigned BitChunkParser::discard(unsigned bytes) {
     return count;
 }
 
+simpleSgl_s BitChunkParser::peekPiece() {
+    if (!isByteAligned()) return {nullptr, 0};
+    unload();
+    if (!moveToNextPair()) return {nullptr, 0};
+    return {m_list[m_index].m_start + m_pos, m_list[m_index].m_length - m_pos};
+}
+
 void BitChunkParser::keepLoaded(unsigned bits) {
     m_loadedBits = bits;
     m_word = head(m_word, bits);

@@ -79,6 +79,9 @@ public:
         if (m_loadedBits < bits) reloadSlow(bits, true);
         return bits == 0 ? 0 : static_cast<std::uint32_t>(m_word >> (64 - bits));
     }
+    // The unparsed bytes that lie in one stretch of memory, for those who look at more than bits at a time; the
+    // position stays. Empty at the end of the list and between bytes. Gives: borrowed.
+    simpleSgl_s peekPiece();
     // Steps over the bits up to the next byte boundary.
     void alignToByte() {
         if (m_loadedBits % 8 != 0) take(m_loadedBits % 8);

@@ -268,9 +268,10 @@ bool AsyncEngine::read(BasicFileIO& keepAlive, int fd, const BasicIOTypes::ReadR
     own.m_size = request.m_size;
     own.m_allocId = request.m_allocId;
     own.m_fd = fd;
-    own.m_start = FileOps::begin(FileOps::Kind::Read);
+    own.m_begun = FileOps::begin(FileOps::Kind::Read, sink != nullptr ? sink->getFileId() : OsPathId(0), own.m_offset,
+                                 own.m_size);
     if (m_impl->submit(m_impl->m_reads, own)) return true;
-    FileOps::cancel(FileOps::Kind::Read);
+    FileOps::cancel(FileOps::Kind::Read, own.m_begun);
     return false;
 }
 
@@ -283,9 +284,9 @@ bool AsyncEngine::write(BasicFileIO& keepAlive, int fd, unsigned long long offse
     own.m_offset = offset;
     own.m_size = obufSize(obuf);
     own.m_fd = fd;
-    own.m_start = FileOps::begin(FileOps::Kind::Write);
+    own.m_begun = FileOps::begin(FileOps::Kind::Write, sink.getFileId(), offset, own.m_size);
     if (fd >= 0 && obuf != nullptr && m_impl->submit(m_impl->m_writes, own)) return true;
-    FileOps::cancel(FileOps::Kind::Write);
+    FileOps::cancel(FileOps::Kind::Write, own.m_begun);
     obufFree(obuf);
     return false;
 }

@@ -20,6 +20,8 @@ public:
     // Asked before a write up to `end` is tried. An errno value above 0 lets it fail untried: an earlier one of the
     // handle has failed, and nothing may overtake it.
     virtual int prepareWrite([[maybe_unused]] int fd, [[maybe_unused]] unsigned long long end) { return 0; }
+    // Which file it is, for those who ask what is under way; 0 when that isn't known.
+    virtual OsPathId getFileId() const { return 0; }
 
 protected:
     ~AsyncSink() = default;

@@ -83,6 +83,17 @@ int sync(int fd) {
     }
 }
 
+static int setLock(int fd, short type) {
+    struct flock range = {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    return ::fcntl(fd, F_OFD_SETLK, &range);
+}
+
+int lockWhole(int fd) { return fails(FileCall::Lock, nullptr, fd) ? -1 : setLock(fd, F_WRLCK); }
+
+void unlockWhole(int fd) { setLock(fd, F_UNLCK); }
+
 // The way for file systems that can't refuse a taken name: a link never replaces.
 static int renameByLink(const char* from, const char* to) {
     if (fails(FileCall::Link, to) || ::link(from, to) != 0) return -1;

@@ -23,7 +23,8 @@ enum class FileCall : std::uint32_t {
     GetAttribute,
     SetAttribute,
     Reserve,
-    Watch
+    Watch,
+    Lock
 };
 
 // The way to the system. Each function answers as the call that it is named after and leaves `errno`.
@@ -55,6 +56,10 @@ ssize_t writeAt(int fd, const void* memory, std::size_t size, std::uint64_t offs
 ssize_t readFully(int fd, void* memory, std::size_t size, std::uint64_t offset);
 ssize_t writeFully(int fd, const void* memory, std::size_t size, std::uint64_t offset);
 int sync(int fd);
+// The opening's lock on the whole file, which all descriptors of the same opening share and which the system takes back
+// with the last of them. Never waits: EAGAIN or EACCES when another opening has it.
+int lockWhole(int fd);
+void unlockWhole(int fd);
 // Never replaces: EEXIST when the name is taken.
 int rename(const char* from, const char* to);
 int unlink(const char* path);

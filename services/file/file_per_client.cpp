@@ -200,6 +200,25 @@ unsigned FilePerClient::getNumOpenFiles(FileIoClientRec* client) const {
     return count;
 }
 
+bool FilePerClient::tryAddOpen(std::vector<OpenHandles>& clients) const {
+    if (!m_lock.trylock()) return false;
+    const auto add = [&clients](const FileIoClientRec* client, const Handle& fp) {
+        if (!openNow(fp)) return;
+        const auto known = std::find_if(clients.begin(), clients.end(),
+                                        [client](const OpenHandles& one) { return one.m_client == client; });
+        if (known != clients.end())
+            ++known->m_count;
+        else
+            clients.push_back({client, 1});
+    };
+    add(nullptr, m_nullRead);
+    if (m_write.get() != m_nullRead.get()) add(nullptr, m_write);
+    for (const Client& entry : m_clients)
+        add(entry.m_client, entry.m_fp);
+    m_lock.unlock();
+    return true;
+}
+
 bool FilePerClient::sameFile(const FilePerClient& other) const {
     if (m_ref.identity() != nullptr && m_ref.identity() == other.m_ref.identity()) return true;
     const OsPathId id = getPathId();

@@ -55,6 +55,14 @@ public:
     // Files that the client has open here: its read handle and, for the null client, the write handle if that is
     // another one.
     unsigned getNumOpenFiles(FileIoClientRec* client) const;
+    // What one client has open; null is the null client.
+    struct OpenHandles {
+        const FileIoClientRec* m_client;
+        unsigned m_count;
+    };
+    // Adds what each client has open here, the write handle as the null client's. Fails: false, at once, when somebody
+    // holds the entry's lock.
+    bool tryAddOpen(std::vector<OpenHandles>& clients) const MO_NO_THREAD_SAFETY_ANALYSIS;
     // Takes all handles of another entry over, except those of clients that have one here. Fails: false when the two
     // entries don't stand for the same file; nothing moves then.
     bool inheritFileHandles(const FilePerClient& other);

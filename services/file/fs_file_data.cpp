@@ -37,7 +37,7 @@ int FsFileIO::readAt(unsigned long long offset, void* memory, unsigned size) {
     if (!checkRange(offset, size, "read")) return -1;
     Use use(*this, Use::Open);
     if (use.fd() < 0) return -1;
-    FileOps::Scope op(FileOps::Kind::Read, getPath(), offset, size);
+    FileOps::Scope op(FileOps::Kind::Read, getFileId(), getPath(), offset, size);
     const ssize_t count = FileCalls::readFully(use.fd(), memory, size, offset);
     if (count < 0) {
         op.fail(errno);
@@ -58,7 +58,7 @@ int FsFileIO::writeAt(unsigned long long offset, const void* memory, unsigned si
     if (!checkWrite(offset, size)) return -1;
     Use use(*this, Use::Open);
     if (use.fd() < 0) return -1;
-    FileOps::Scope op(FileOps::Kind::Write, getPath(), offset, size);
+    FileOps::Scope op(FileOps::Kind::Write, getFileId(), getPath(), offset, size);
     const ssize_t count = FileCalls::writeFully(use.fd(), memory, size, offset);
     if (count != static_cast<ssize_t>(size)) {
         op.fail(errno);
@@ -144,7 +144,7 @@ bool FsFileIO::flush() {
     const bool written = reportWrites();
     Use use(*this, Use::IfOpen);
     if (use.fd() < 0) return written;
-    FileOps::Scope op(FileOps::Kind::Flush, getPath(), 0, 0);
+    FileOps::Scope op(FileOps::Kind::Flush, getFileId(), getPath(), 0, 0);
     if (FileCalls::sync(use.fd()) == 0) return written;
     op.fail(errno);
     return refuse(errno, "flush");

@@ -5,6 +5,7 @@
 
 #include "services/file/async_engine.h"
 #include "services/file/basic_file_io.h"
+#include "services/file/file_claim.h"
 #include "services/file/file_ref.h"
 #include "services/system/locks.h"
 
@@ -103,6 +104,15 @@ public:
     bool isOpen() const { return fdOf(m_slot.load(std::memory_order_acquire)) >= 0; }
     // The file that this handle reads, as its open descriptor says. Fails: false when none is open.
     bool statOpen(FileStat& stat);
+    // True when the path shows the very file that is open here.
+    bool isAtPath();
+    // Claims the file that is open for the recordings of this process, until the claim is handed on or the handle ends.
+    // Fails: false; `getLastError` is EBUSY when another process has it.
+    bool claim();
+    bool hasClaim() const { return m_claim.isHeld(); }
+    void handClaimTo(FileClaim& other) { other.takeOver(m_claim); }
+    // A further descriptor of the same opening. Gives: it, to be closed; below 0, with `errno`, when none is left.
+    int duplicate();
     // Opens the very file that `held` has open, also when its name shows another one by now or none.
     bool openLike(FsFileIO& held);
     // Shares what is known about which file this is.
@@ -154,6 +164,10 @@ private:
     void readDone(int error) override;
     void writeDone(unsigned long long offset, unsigned size, int error) override;
     int prepareWrite(int fd, unsigned long long end) override;
+    OsPathId getFileId() const override {
+        const FileIdentity* const identity = m_ref.identity();
+        return identity != nullptr ? identity->getId() : OsPathId(0);
+    }
     void endWrite(unsigned size);
 
     // These answer a descriptor, or an errno value below 0, with what `stat` says of the file opened.
@@ -181,11 +195,12 @@ private:
     void storeAdvice(BasicIOTypes::SizeAdvice advice);
     BasicIOTypes::SizeAdvice readAdvice();
 
-    static constexpr std::size_t s_room = 232;
+    static constexpr std::size_t s_room = 224;
 
     FileRef m_ref;
     const char* const m_tag;
     SteadyFacts* m_steady = nullptr;  // borrowed; null as a rule
+    FileClaim m_claim;
     ZarnexPosix::JMutex m_openLock;
     // The generation of descriptors and, below it, the descriptor plus 1, or 0 while none is open. Each closing begins
     // a generation.

@@ -139,6 +139,25 @@ bool FsFileIO::statOpen(FileStat& stat) {
     return use.fd() >= 0 && statFd(use.fd(), stat) == 0;
 }
 
+bool FsFileIO::isAtPath() {
+    FileStat open;
+    FileStat there;
+    return statOpen(open) && statPath(getPath(), there) == 0 && open.m_key == there.m_key;
+}
+
+bool FsFileIO::claim() {
+    const int error = m_claim.take(*this);
+    if (error != 0) setLastError(error);
+    return error == 0;
+}
+
+int FsFileIO::duplicate() {
+    Use use(*this, Use::IfOpen);
+    if (use.fd() >= 0) return ::fcntl(use.fd(), F_DUPFD_CLOEXEC, 0);
+    errno = EBADF;
+    return -1;
+}
+
 std::uint64_t FsFileIO::beginUse(Use::Kind kind) {
     for (;;) {
         const std::uint64_t slot = m_slot.load(std::memory_order_acquire);

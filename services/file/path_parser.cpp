@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <functional>
 
 #include "services/file/file_calls.h"
 #include "services/file/file_messages.h"
@@ -30,8 +31,11 @@ void PathParser::addElement(const char* element, std::size_t length) {
 
 PathParser& PathParser::append(const char* path) {
     if (path == nullptr) return *this;
-    const std::string own = path == m_text.c_str() ? m_text : std::string();
-    if (!own.empty()) path = own.c_str();
+    // A part of this very path would change under the walk.
+    const std::less_equal<const char*> upTo;
+    const bool isOwn = upTo(m_text.c_str(), path) && upTo(path, m_text.c_str() + m_text.size());
+    const std::string own(isOwn ? path : "");
+    if (isOwn) path = own.c_str();
     if (*path == '/' && m_text.empty()) {
         m_rooted = true;
         m_text = "/";

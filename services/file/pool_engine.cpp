@@ -89,7 +89,7 @@ void PoolWorker::answer(AsyncRequest& request) {
         request.m_obuf = nullptr;
     }
     BasicFileIO* const handle = request.m_handle;
-    FileOps::end(FileOps::Kind::Read, request.m_start, handle->getPath(), request.m_offset, request.m_size,
+    FileOps::end(FileOps::Kind::Read, request.m_begun, handle->getPath(), request.m_offset, request.m_size,
                  request.m_error);
     if (request.m_sink != nullptr) request.m_sink->readDone(request.m_error);
     request.m_hook->callCb(request.m_error == 0 ? BasicIOTypes::ReadNotify(request.m_obuf, request.m_tag)
@@ -259,7 +259,7 @@ int WriteWorker::writePieces(int fd, unsigned long long offset, iovec* pieces, u
 void WriteWorker::answer(AsyncRequest& request) {
     obufFree(request.m_obuf);
     request.m_obuf = nullptr;
-    FileOps::end(FileOps::Kind::Write, request.m_start, request.m_handle->getPath(), request.m_offset, request.m_size,
+    FileOps::end(FileOps::Kind::Write, request.m_begun, request.m_handle->getPath(), request.m_offset, request.m_size,
                  request.m_error);
     request.m_sink->writeDone(request.m_offset, request.m_size, request.m_error);
     request.m_handle->release();

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "services/file/basic_io_types.h"
+#include "services/file/file_ops.h"
 #include "services/system/short_lock.h"
 #include "support/thread_annotations.h"
 
@@ -19,7 +20,7 @@ struct AsyncRequest {
     const void* m_tag = nullptr;
     phantom_OBUF* m_obuf = nullptr;   // what is read into, or owned by a write
     unsigned long long m_offset = 0;  // bytes from the file's start
-    long long m_start = 0;            // as FileOps::begin told it
+    FileOps::Begun m_begun;
     unsigned m_size = 0;              // bytes
     unsigned m_done = 0;              // bytes moved so far
     phantom_obAllocationId_t m_allocId = 0;

@@ -29,7 +29,7 @@ struct Table {
 bool showHelp(const ControlRequest& request, ControlReply& reply);
 
 bool showVersion(const ControlRequest&, ControlReply& reply) {
-    reply.result().string(MEDIACORE_VERSION);
+    reply.result().string(ControlCommands::getVersion());
     return true;
 }
 
@@ -254,6 +254,8 @@ bool ControlCommands::add(const char* name, const char* help, ControlCommand com
     const std::lock_guard<std::mutex> guard(table.m_lock);
     return table.m_entries.try_emplace(name, Entry{help, std::move(command)}).second;
 }
+
+const char* ControlCommands::getVersion() { return MEDIACORE_VERSION; }
 
 std::string ControlCommands::execute(std::string_view line) {
     JsonValue request;

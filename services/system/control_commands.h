@@ -54,6 +54,9 @@ public:
     // {"id":1,"ok":false,"error":"reason"}. Thread: the command runs in this one.
     static std::string execute(std::string_view line);
 
+    // The library's, for ever.
+    static const char* getVersion();
+
     // The reply to a line that can't be read at all.
     static std::string refuse(std::string_view reason);
 };

@@ -52,6 +52,7 @@ void LogRing::add(const LogMessage& message) {
     constexpr std::size_t nextBytes = (s_words - 1) * 8;
     static_assert(firstBytes + (s_maxPieces - 1) * nextBytes >= s_maxText);
 
+    m_count[static_cast<unsigned>(message.m_level) % s_levels].fetch_add(1, std::memory_order_relaxed);
     const std::size_t length = std::min(message.m_length, s_maxText);
     const std::size_t behind = length > firstBytes ? length - firstBytes : 0;
     Numbers numbers = {message.m_threadId, static_cast<std::uint8_t>(message.m_level),

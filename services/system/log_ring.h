@@ -25,13 +25,19 @@ public:
 
     void add(const LogMessage& message);
 
+    // Messages of that level since the start, those that have left the ring too.
+    unsigned long long getCount(LogLevel level) const {
+        return m_count[static_cast<unsigned>(level) % s_levels].load(std::memory_order_relaxed);
+    }
+
     // Shows the messages, oldest first, until the visitor answers false. They are borrowed for the length of the call.
     using Visitor = bool (*)(const LogMessage& message, void* context);
     void visit(Visitor visitor, void* context) const;
 
 private:
-    static constexpr unsigned s_words = 15;      // of 8 bytes a slot, beside its sequence number
-    static constexpr unsigned s_headWords = 4;   // of the first slot: time, numbers, the thread's name in two
+    static constexpr unsigned s_words = 15;     // of 8 bytes a slot, beside its sequence number
+    static constexpr unsigned s_headWords = 4;  // of the first slot: time, numbers, the thread's name in two
+    static constexpr unsigned s_levels = 4;
     static constexpr unsigned s_maxPieces = 29;  // slots of one message
 
     struct Slot {
@@ -47,6 +53,7 @@ private:
     bool read(std::uint64_t ticket, Piece& piece) const;
 
     std::atomic<std::uint64_t> m_next{0};  // the next ticket; its slot is the remainder by s_slots
+    std::atomic<unsigned long long> m_count[s_levels] = {};
     Slot m_slot[s_slots];
 };
 

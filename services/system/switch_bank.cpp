@@ -21,7 +21,10 @@ std::string_view trim(std::string_view text) {
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-bool isNumber(std::string_view text) { return !text.empty() && text[0] >= '0' && text[0] <= '9'; }
+// A list is one of names, also when its first begins with a digit.
+bool isNumber(std::string_view text) {
+    return !text.empty() && text[0] >= '0' && text[0] <= '9' && text.find('|') == std::string_view::npos;
+}
 
 enum class NumberError { None, NotANumber, TooLarge };
 

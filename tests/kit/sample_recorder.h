@@ -25,8 +25,8 @@ public:
         std::string m_thread;  // the name of the thread that showed it
     };
 
-    SampleRecorder() { SampleCheck::enter(this); }
-    ~SampleRecorder() { SampleCheck::enter(nullptr); }
+    SampleRecorder() : m_before(SampleCheck::enter(this)) {}
+    ~SampleRecorder() { SampleCheck::enter(m_before); }
 
     void validate(const MediaSampleInMovie& sample, bool writing, const MediaIoBuf& data) override {
         keep({writing, bytesOf(data), false, sample, threadName()});
@@ -57,6 +57,7 @@ private:
         m_gate.pass();
     }
 
+    SampleCheck* const m_before;
     mutable std::mutex m_mutex;
     std::vector<Look> m_looks;
 };

@@ -74,8 +74,12 @@ public:
     MediaMovieDesc* getMovieDesc() override { return getDesc(); }
     const MediaMovieDesc* getMovieDesc() const override { return getDesc(); }
     unsigned getTrackCount() const override { return static_cast<unsigned>(m_tracks.size()); }
-    const MediaTrackDesc* getTrackAt(unsigned index) const override { return m_tracks[index].get(); }
-    MediaTrackDesc* getTrackAt(unsigned index) override { return m_tracks[index].get(); }
+    const MediaTrackDesc* getTrackAt(unsigned index) const override {
+        return index < m_tracks.size() ? m_tracks[index].get() : nullptr;
+    }
+    MediaTrackDesc* getTrackAt(unsigned index) override {
+        return index < m_tracks.size() ? m_tracks[index].get() : nullptr;
+    }
     MediaTrackDesc* createTrack(const MediaClipParam& param, OpResult& result) override;
     using MediaObj::createTrack;
     unsigned long long getVersion() const override;

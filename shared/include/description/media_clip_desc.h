@@ -15,6 +15,7 @@
 class FormatStr;
 class MediaClipParam;
 class MediaEditDesc;
+class MediaIoBuf;
 class MediaObj;
 class MediaOffsetLookup;
 class MediaSampleBuf;
@@ -31,7 +32,7 @@ struct MediaSampleInMovie;
 // **Owns:** nothing: it belongs to its track, its media id points into the object's file list, its lookup is counted.
 // **Units:** lengths in samples.
 // **Defined in** mediautil/description/: clip.cpp (identity, parameters, text), clip_time.cpp (rates), clip_access.cpp
-// (positions and filling).
+// (positions and filling); mediautil/validation/clip_validate.cpp.
 class MO_PUBLIC MediaClipDesc {
 public:
     enum class FillType : std::uint32_t { Black = 0, ForwardRepeat = 1, BackwardRepeat = 2 };
@@ -116,6 +117,11 @@ public:
     // Moves the clip's ends, where a back-end can. Fails: false.
     virtual bool trim(unsigned int in, unsigned int out);
     virtual bool getInOut(unsigned int& in, unsigned int& out) const;
+    // Looks at essence of this clip's kind, while a bit of `mediaValidate` is on. The base looks at PCM alone; back-ends
+    // override it for what they know. Gives: array text of what was found; null or empty when all is well.
+    // Thread: one at a time in the process, so that a checker may keep state.
+    virtual AutoPtr<char> validate(phantom_OBUF* data) const;
+    virtual AutoPtr<char> validate(const MediaIoBuf& data) const;
 
     // The object and description around the clip.
     MediaObj& getObj();

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "services/buffer/obuf.h"
+#include "services/system/locks.h"
 #include "shared/include/index/media_offset_summary.h"
 #include "shared/include/index/sample_and_count.h"
 #include "support/op_result.h"
@@ -12,14 +14,15 @@
 class MediaClipDesc;
 class MediaPropertyList;
 struct MediaPlayReq;
+struct MediaReadReq;
 struct MediaRecordReq;
 struct MediaSampleDesc;
 
 // The sample index of a clip: from a sample number to a place in a file, from a video frame to its samples, and from an
 // added sample to its entry. Format back-ends derive from it.
-// **Owns:** one reference to the next lookup of its chain. Reference counted; the maker holds the first reference, and
-// a chain dies from its head to its tail. **Threads:** what is const runs on any thread; the chain and the record path
-// belong to one thread at a time. **Locks:** none.
+// **Owns:** one reference to the next lookup of its chain, and the frame that it made. Reference counted; the maker holds
+// the first reference, and a chain dies from its head to its tail. **Threads:** what is const runs on any thread; the
+// chain and the record path belong to one thread at a time. **Locks:** m_frameNMutex, while the frame is made.
 class MO_PUBLIC MediaOffsetLookup : public MediaOffsetSummary {
 public:
     explicit MediaOffsetLookup(const MediaOffsetSummary& summary);
@@ -65,6 +68,15 @@ public:
     virtual MediaOffsetSummary getSummary() const;
     virtual bool getAncillarySummary(MediaOffsetSummary& summary, unsigned int& size) const;
 
+    // For a back-end's `getMediaOffset`: what to read for the frame just past the clip's last, which is the last anchor
+    // again or, with the "synth frame n" switch, a black frame that is made once and kept. Only a client whose property
+    // FrameN is other than 0 gets one. True when `desc` tells it; false with an ok result when this is no such request.
+    // Fails: false with Error 1. Thread: any.
+    bool getMediaOffsetFrameN(const MediaClipDesc& clip, const MediaPlayReq& req, MediaSampleDesc& desc,
+                              OpResult& result) const;
+    // Gives: the black frame as a buffer of the caller's own, or null when none was made.
+    phantom_OBUF* getFrameNObufCopy(const MediaReadReq& req) const;
+
     // Releases a lookup that may be null, and answers 0 for null.
     static int release(const MediaOffsetLookup* lookup) { return lookup ? lookup->release() : 0; }
 
@@ -73,6 +85,17 @@ protected:
     bool chainedAddSamples(const MediaRecordReq& req, MediaSampleDesc& desc, OpResult& result);
 
 private:
+    class FrameNData;
+
+    bool repeatLastAnchor(const MediaClipDesc& clip, const MediaPlayReq& req, MediaSampleDesc& desc,
+                          OpResult& result) const;
+    bool placeBlackFrame(const MediaClipDesc& clip, const MediaPlayReq& req, MediaSampleDesc& desc,
+                         OpResult& result) const;
+    FrameNData* makeFrameN(const MediaClipDesc& clip, const MediaPlayReq& req) const;
+
     mutable RefCount m_refCount;
     MediaOffsetLookup* m_chained;  // counted; null at the end of the chain
+    // Owned; set once, under m_frameNMutex, and then for good. Release and acquire: whoever sees it sees it built.
+    mutable std::atomic<FrameNData*> m_frameN{nullptr};
+    mutable ZarnexPosix::JMutex m_frameNMutex;
 };

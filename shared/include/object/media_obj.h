@@ -23,6 +23,7 @@
 #include "support/ref_count.h"
 #include "support/visibility.h"
 
+class DefaultMediaNamer;
 class IRecordTrain;
 class MediaClipDesc;
 class MediaClipParam;
@@ -30,10 +31,12 @@ class MediaIoBuf;
 class MediaMovieDesc;
 class MediaObjImpl;
 class MediaTrackDesc;
+class UserDataSet;
 struct MediaReaderDesc;
 struct MediaRecordReq;
 struct MediaRedZone;
 struct MediaWriterDesc;
+struct XmlBuffer;
 
 // Bits of a movie's state that the core acts on; back-ends may use others.
 enum MediaObjStateBit : std::uint32_t {
@@ -47,7 +50,8 @@ enum MediaObjStateBit : std::uint32_t {
 // **Threads:** any number may open, read, query and release. A reference holds the object: one per client, per
 // `Persist` and per `ScopeHold`, and one of the cache's own from construction on.
 // **Units:** lengths of tracks in ticks of the movie's time base, of clips in samples.
-// **Defined in** mediautil/object (life, holders, open), mediautil/description (rates, tracks, copies), mediautil/io.
+// **Defined in** mediautil/object (life, holders, open), mediautil/description (rates, tracks, copies, clip properties),
+// mediautil/io, mediautil/naming.
 class MO_PUBLIC MediaObj : public IBase {
 public:
     enum class ReadMode : std::uint32_t { ReadOnly = 0, ReadWrite = 1 };
@@ -55,11 +59,15 @@ public:
     // References set aside for the cache when an object is made; the creator's own comes on top.
     enum class CacheRefValue : int { None = 0, Cached = 1 };
 
-    class ScopeHold;
+    class NameReq;
     class Persist;
+    class RenameReq;
+    class ScopeHold;
 
     using OnChanged = BridgeHook<const Persist&, bool>;
     using OnChanging = BridgeHook<MediaObj&, bool>;
+    // Chooses the name of a file: writes it into the request and answers whether there is one.
+    using Namer = BridgeHook<const NameReq&, bool>;
 
     // --- Opening -----------------------------------------------------------------------------------------------------
     // Answers the shared object of the file at `path`, parsing it when none is live. `type` 0 lets the file's suffix
@@ -175,6 +183,9 @@ public:
     // Enter a write, or an add, in the movie's record log. Thread: any, at the log's own risk of order.
     void log(const MediaSampleInMovie& sample);
     void log(const MediaClipDesc& clip, const MediaRecordReq& req);
+    // Writes an XML text of the movie to a new file. Fails: error 1 (no name, no text), 2 (can't be opened), 7 (the file
+    // is there already and isn't touched), 12 (short, with the counts); a short file may stay behind then.
+    OpResult writeXmlToFile(XmlBuffer& buffer, const char* filename);
     // Sorted by address, without duplicates.
     std::list<MediaObj*> filterDupObjects(std::list<MediaObj*> objects) const;
 
@@ -288,6 +299,35 @@ public:
     virtual bool acceptReplacement(const MediaObj* newObject);
     // Called at the end of a morph; back-ends that keep clip properties override it. Requires: opens not its own file.
     virtual void setClipProperties(bool flag);
+    // The names of the properties that the movie was given, joined by commas; "" for none. Borrowed until they change.
+    virtual const char* getClipProperties() const;
+    // Adds a name to them. Answers false, and changes nothing, when it is among them.
+    virtual bool addClipProperty(const char* name);
+    // Ok when all of the movie's properties are among the names in `supported`, joined by commas as well.
+    // Fails: warning 14 that names the first that isn't.
+    virtual OpResult isClipSupported(const char* supported) const;
+    virtual void resetClipProperties();
+    virtual OpResult requestClipProperties(const char* names);
+    // What the movie carries about itself, or null. Borrowed for the object's life; `make` makes it if it is missing.
+    virtual const UserDataSet* getUserDataMovie() const;
+    virtual UserDataSet* getUserDataMovie(bool make);
+    // The text of the movie's identifier, or null. Borrowed until the user data change.
+    virtual const char* getUmid() const;
+    virtual OpResult generateUmid();
+    // Takes over the identifier of the movie that this one is a proxy of.
+    virtual OpResult setProxyUmid(const MediaObj& other);
+    // The identifier of the material, whatever the copy. Borrowed for the object's life; `result` is touched only by a
+    // failure. Fails: null; warning 2 (no identifier), 1 (one that can't be read).
+    virtual const char* getSourceUmid(OpResult& result);
+    // Renames or moves the movie with its media files, whose references stay valid. `renameMedia` gives each media file
+    // a new name as well. `namer` chooses names; null is a `DefaultMediaNamer`. Requires: a movie that is written here
+    // when a media file has to move. Fails: before anything has moved, or with all moved back as far as it goes; the
+    // last step alone, which gives the movie its name, leaves the media at their new places.
+    virtual OpResult rename(const char* newPath, bool renameMedia, Namer* namer);
+    // Moves one file of the movie; a back-end rewrites its references to it as well. Fails: the file list's result.
+    virtual OpResult renameMediaId(MediaIdRec* id, const char* path);
+    // A back-end's say in the name that a namer is to choose.
+    virtual OpResult reviewMediaName(DefaultMediaNamer& namer, NameReq& req, std::string& name);
     virtual void addWriter();
     virtual void dropWriter();
 

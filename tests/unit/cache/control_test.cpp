@@ -1,11 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "services/system/control_commands.h"
+#include "shared/include/object/media_counters.h"
 #include "support/clock.h"
+#include "tests/kit/agents.h"
 #include "tests/kit/cache_scene.h"
+#include "tests/kit/open_metrics_check.h"
 #include "tests/kit/wait_for.h"
 
 // What the cache answers on the control socket.
@@ -46,6 +52,24 @@ protected:
         movie->getRefCount()->release();
         movie->release();
     }
+    static std::string addressOf(const kit::Client& agent) {
+        char name[24];
+        std::snprintf(name, sizeof name, "%p", static_cast<const void*>(&agent));
+        return name;
+    }
+    // Each client of that object with its open files.
+    static std::vector<std::string> clientsOf(const std::string& path) {
+        const JsonValue reply = ask("objects");
+        const JsonValue* const object = find(reply, "path", path);
+        const JsonValue* const agents = object != nullptr ? object->find("agents") : nullptr;
+        std::vector<std::string> clients;
+        if (agents == nullptr) return {"no object"};
+        for (const JsonValue& agent : agents->getItems()) {
+            const bool isNull = agent.find("agent")->getKind() == JsonValue::Kind::Null;
+            clients.push_back((isNull ? "null" : text(agent, "agent")) + " " + text(agent, "files"));
+        }
+        return clients;
+    }
     static unsigned long long verdict(const char* name) {
         std::uint64_t count = 0;
         const JsonValue reply = ask("verdicts");
@@ -81,6 +105,90 @@ TEST_F(Control, AnObjectIsShownWithItsHoldersAndWriters) {
     movie->release();
 }
 
+TEST_F(Control, ClientsShowWithTheFilesThatTheyHaveOpen) {
+    const std::string path = scripted("a.hdcam", MovieScript::ofTracks(1, 48000));
+    ScriptedMovie* movie = open(path);
+    const kit::Client one, two;
+    for (const MediaAgent agent : {MediaAgent(&one), MediaAgent(&two), MediaAgent(nullptr)}) {
+        const AutoRefPtr<BasicFileIO> file = movie->getFp(m_result, movie->getMediaId(0), false, agent);
+        ASSERT_TRUE(file);
+        EXPECT_TRUE(file->open());
+    }
+    const std::vector<std::string> clients = clientsOf(path);
+    EXPECT_EQ(clients, (std::vector<std::string>{"null 1", addressOf(one) + " 1", addressOf(two) + " 1"}));
+    EXPECT_TRUE(movie->close(nullptr, MediaAgent(&one)));
+    EXPECT_EQ(clientsOf(path), (std::vector<std::string>{"null 1", addressOf(two) + " 1"}));
+    EXPECT_TRUE(movie->close(nullptr, MediaAgent(&two)));
+    EXPECT_TRUE(movie->close(nullptr, MediaAgent(nullptr)));
+    EXPECT_TRUE(clientsOf(path).empty());
+    movie->release();
+}
+
+TEST_F(Control, HelpNamesAllThatAnOperatorMayAsk) {
+    const JsonValue reply = ask("help");
+    const JsonValue* const result = reply.find("result");
+    ASSERT_NE(result, nullptr);
+    for (const char* command : {"help", "version", "switch.list", "switch.get", "switch.set", "switch.setbit",
+                                "switch.clear", "trace", "objects", "verdicts", "ops", "metrics", "log.ring"})
+        EXPECT_NE(text(*result, command), "") << command;
+}
+
+TEST_F(Control, CountersAreOneTextByTheRulesOfOpenMetrics) {
+    open(scripted("a.hdcam", MovieScript::ofTracks(1, 48000)))->release();
+    const std::string metrics = text(ask("metrics"), "result");
+    EXPECT_EQ(kit::checkOpenMetrics(metrics), "");
+    for (const char* line :
+         {"\nmediacore_cache_entries 1\n", "\nmediacore_objects 1\n",
+          "\nmediacore_verdicts_total{verdict=\"vetoed\"} 0\n", "\nmediacore_file_calls_under_way{kind=\"flush\"} 0\n"})
+        EXPECT_NE(metrics.find(line), std::string::npos) << line << metrics;
+    EXPECT_NE(metrics.find("mediacore_build_info{version=\""), std::string::npos);
+}
+
+TEST_F(Control, CountersFollowWhatHappens) {
+    const MediaCounters before = MediaCounters::take();
+    EXPECT_TRUE(before.m_isCacheKnown);
+    ScriptedMovie* movie = open(scripted("a.hdcam", MovieScript::ofTracks(1, 48000)));
+    errorMsg("one\n");
+    const MediaCounters after = MediaCounters::take();
+    EXPECT_EQ(after.m_entries, before.m_entries + 1);
+    EXPECT_EQ(after.m_objects, before.m_objects + 1);
+    EXPECT_GE(after.m_files, before.m_files + 1);
+    EXPECT_EQ(after.m_messages.m_errors, before.m_messages.m_errors + 1);
+    movie->release();
+}
+
+TEST_F(Control, CountersOfAStuckMapAreLeftOutAndTheOthersTold) {
+    std::atomic<bool> held{false}, letGo{false};
+    std::thread holder([&] {
+        m_cache.lockMap();
+        held = true;
+        kit::waitFor([&letGo] { return letGo.load(); });
+        m_cache.unlockMap();
+    });
+    ASSERT_TRUE(kit::waitFor([&held] { return held.load(); }));
+    const std::string metrics = text(ask("metrics"), "result");
+    letGo = true;
+    holder.join();
+    EXPECT_EQ(kit::checkOpenMetrics(metrics), "");
+    EXPECT_EQ(metrics.find("mediacore_cache_entries"), std::string::npos);
+    EXPECT_NE(metrics.find("mediacore_objects "), std::string::npos);
+}
+
+TEST(OpenMetricsRules, AreBrokenByWhatTheyForbid) {
+    const std::string good = "# TYPE a counter\n# HELP a text\na_total{k=\"v\"} 1\n# EOF\n";
+    EXPECT_EQ(kit::checkOpenMetrics(good), "");
+    for (const char* bad :
+         {"", "# TYPE a counter\na_total 1\n", "# TYPE a counter\n# HELP a t\na 1\n# EOF\n",
+          "# TYPE a gauge\n# HELP a t\na_total 1\n# EOF\n",
+          "# TYPE a_total counter\n# HELP a_total t\na_total 1\n# EOF\n", "# TYPE a gauge\n# HELP a t\na 1\n\n# EOF\n",
+          "# TYPE a gauge\n# HELP a t\na 1\n# EOF\nmore\n", "# TYPE a gauge\n# HELP a t\na 1\na 2\n# EOF\n",
+          "# TYPE a gauge\na 1\n# EOF\n", "# TYPE a gauge\n# HELP a t\na{k=\"v} 1\n# EOF\n",
+          "# TYPE a gauge\n# HELP a t\na x\n# EOF\n",
+          "# TYPE a gauge\n# HELP a t\na 1\n# TYPE a gauge\n# HELP a t\na{k=\"v\"} 1\n# EOF\n",
+          "# TYPE a gauge\n# HELP a t\n# EOF\n", "# TYPE 9a gauge\n# HELP 9a t\n9a 1\n# EOF\n"})
+        EXPECT_NE(kit::checkOpenMetrics(bad), "") << bad;
+}
+
 TEST_F(Control, AWriterShows) {
     const std::string path = m_tree.path("new.hdcam");
     kit::Scripts::set(path, MovieScript());
@@ -107,20 +215,28 @@ TEST_F(Control, AMorphThatDoesNotEndShowsWithTheReaderThatWaitsForIt) {
         result.discard();
     });
     EXPECT_TRUE(kit::waitFor([&] { return movie->getReferenceCount() == alone + 1; }));
+    EXPECT_TRUE(kit::waitFor([&] { return movie->impl().m_morphWaits.getCount() == 1; }));
     const JsonValue waiting = ask("objects");
     const JsonValue* const object = find(waiting, "path", path);
     if (object != nullptr) {
         EXPECT_TRUE(is(*object, "morphing"));
         EXPECT_EQ(text(*object, "references"), std::to_string(alone + 1));
         EXPECT_EQ(text(*object, "writers"), "1");
+        EXPECT_EQ(text(*object, "waiting"), "1");
     }
     EXPECT_NE(object, nullptr);
+    // The process serves its other movies meanwhile.
+    const std::string other = scripted("other.hdcam", MovieScript::ofTracks(1, 48000));
+    ScriptedMovie* const served = open(other);
+    EXPECT_NE(served, nullptr);
+    served->release();
     movie->endMorph();
     opener.join();
     EXPECT_EQ(reader, movie);
     const JsonValue ended = ask("objects");
     ASSERT_NE(find(ended, "path", path), nullptr);
     EXPECT_FALSE(is(*find(ended, "path", path), "morphing"));
+    EXPECT_EQ(text(*find(ended, "path", path), "waiting"), "0");
     movie->release();
     movie->release(nullAgent(), true);
 }

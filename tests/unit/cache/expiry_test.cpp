@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "services/file/change_watch.h"
 #include "services/file/fs_file_io.h"
 #include "shared/include/object/switches.h"
 #include "support/clock.h"
@@ -224,6 +225,15 @@ TEST_F(Expiry, NewerObjectOfTheSameFileKeepsTheWatch) {
     newer->release();
 }
 
+TEST_F(Expiry, LastObjectOfAFileTakesTheWatchAlong) {
+    const unsigned watched = ChangeWatch::get().size();
+    ScriptedMovie* movie = idle("a.hdcam", m_deleted);
+    EXPECT_EQ(ChangeWatch::get().size(), watched + 1) << movie;
+    m_cache->expireZombies(farFuture(), nullptr);
+    ASSERT_EQ(m_deleted, 1);
+    EXPECT_EQ(ChangeWatch::get().size(), watched);
+}
+
 TEST_F(Expiry, HundredDueZombiesGoByQuartersFromPassToPass) {
     makeZombies(100, m_deleted);
     m_cache->expireZombies(farFuture(), nullptr);
@@ -312,6 +322,26 @@ TEST_F(Expiry, ObjectThatStandsUnderAStrangeIdIsToldAndRemoved) {
     EXPECT_EQ(m_cache.mapSize(), 0u);
     EXPECT_EQ(m_deleted, 1);
     FsFileIO::removeCb(m_cache->getCbInfo(), real);
+}
+
+TEST_F(Expiry, ObjectThatGetsAnotherKeyDuringItsCloseIsNotLeftInTheMap) {
+    MovieScript slow;
+    slow.m_closeGate = std::make_shared<Gate>();
+    const std::string path = scripted("a.hdcam", slow);
+    ScriptedMovie* movie = parsed(path, slow);
+    movie->m_deleted = &m_deleted;
+    movie->setCachedFileId(OsPathId(s_nobody));
+    ASSERT_EQ(m_cache->replace(movie, OsPathId(s_nobody), false, false), movie);
+    movie->release();
+    slow.m_closeGate->close();
+    std::thread pass([&] { m_cache->expireZombies(farFuture(), nullptr); });
+    ASSERT_TRUE(kit::waitFor([&] { return slow.m_closeGate->waiting() == 1; }));
+    m_cache->updateId(movie);
+    ASSERT_EQ(m_cache.entry(TempTree::idOf(path)), movie);
+    slow.m_closeGate->open();
+    pass.join();
+    EXPECT_EQ(m_cache.mapSize(), 0u);
+    EXPECT_EQ(m_deleted, 1);
 }
 
 TEST_F(Expiry, NamedObjectLeavesTheMapWhateverItsIdleTime) {

@@ -56,6 +56,37 @@ TEST(ObjectMap, GoesThroughItsEntriesInTheOrderOfTheIds) {
     EXPECT_EQ((std::vector<unsigned long long>{3, 4, 50, 900}), ids);
 }
 
+TEST(ObjectMap, HandsOutEachObjectOnceByTheBatchAndNoReservation) {
+    for (const unsigned objects : {0u, 1u, 31u, 32u, 33u, 5000u}) {
+        ObjectMap map;
+        // So many reservations that whole batches hold nothing else.
+        for (unsigned i = 0; i < 200; ++i)
+            insert(map, 1000000 + i, nullptr);
+        for (unsigned i = 1; i <= objects; ++i)
+            insert(map, i, object(i));
+        ASSERT_TRUE(map.hasBatches());
+        std::vector<unsigned> seen(objects + 1);
+        MediaObj* batch[ObjectMap::s_batch];
+        std::size_t place = 0;
+        while (const unsigned count = map.nextBatch(place, batch)) {
+            ASSERT_LE(count, ObjectMap::s_batch);
+            for (unsigned i = 0; i < count; ++i)
+                ++seen.at(reinterpret_cast<std::uintptr_t>(batch[i]));
+        }
+        EXPECT_EQ(map.nextBatch(place, batch), 0u);
+        seen[0] = 1;
+        EXPECT_EQ(seen, std::vector<unsigned>(objects + 1, 1)) << objects;
+    }
+}
+
+TEST(ObjectMap, HasNoBatchesBeforeItsFirstEntry) {
+    const ObjectMap map;
+    MediaObj* batch[ObjectMap::s_batch];
+    std::size_t place = 0;
+    EXPECT_FALSE(map.hasBatches());
+    EXPECT_EQ(map.nextBatch(place, batch), 0u);
+}
+
 // Few different ids, so that most searches meet neighbours, and many, so that the index grows.
 TEST(ObjectMap, AnswersAsATreeDoesWhateverIsInsertedAndErased) {
     for (const unsigned range : {40u, 3000u}) {

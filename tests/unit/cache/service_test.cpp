@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <string>
 #include <thread>
+#include <vector>
 
+#include "services/system/switch_bank.h"
 #include "shared/include/object/switches.h"
 #include "support/clock.h"
 #include "support/fixed_point.h"
@@ -220,6 +223,60 @@ TEST_F(Service, InitAfterTheShutdownSignalMakesTheCacheWorkAsBefore) {
     m_cache.stopThread();
 }
 
+TEST_F(Service, InitSignalThatFindsTheThreadRunningRestartsItOnce) {
+    m_cache.startThread();
+    EXPECT_TRUE(MediaObj::init());
+    EXPECT_EQ(m_log.count("CMO::initCb, thread already running"), 1u) << m_log.text();
+    EXPECT_TRUE(m_cache.threadRuns());
+    ScriptedMovie* movie = open(scripted("a.hdcam", MovieScript()));
+    std::atomic<int> deleted{0};
+    movie->m_deleted = &deleted;
+    movie->release();
+    EXPECT_TRUE(kit::waitFor([&] { return deleted == 1; }));
+    m_cache.stopThread();
+}
+
+TEST_F(Service, ShutdownNamesWhatClientsStillHoldAndLeavesItToThem) {
+    const std::string path = scripted("a.hdcam", MovieScript::ofTracks(2, 48000));
+    ScriptedMovie* older = open(path);
+    ScriptedMovie* held = open(path, true);
+    std::atomic<int> deleted{0};
+    older->m_deleted = held->m_deleted = &deleted;
+    m_cache.startThread();
+    EXPECT_FALSE(Subsystem::Registry::shutdownSubsystems(100));
+    EXPECT_EQ(m_log.count(LogLevel::Error, "CMO::checkFinishedCb, map[0]: obj=ro(0),a.hdcam,*"), 1u) << m_log.text();
+    EXPECT_EQ(m_log.count(LogLevel::Error, "CMO::checkFinishedCb, zombies[0]: obj=ro(0),a.hdcam,*"), 1u)
+        << m_log.text();
+    EXPECT_EQ(m_log.count(LogLevel::Error, "*"), 2u) << m_log.text();
+    EXPECT_FALSE(m_cache.threadRuns());
+    EXPECT_EQ(deleted, 0);
+    // Both are whole, and are deleted by the next run once their clients have gone.
+    EXPECT_EQ(held->getTrackCount(), 2u);
+    EXPECT_EQ(older->getTrackCount(), 2u);
+    EXPECT_TRUE(MediaObj::init());
+    EXPECT_EQ(open(path), held);
+    held->release();
+    held->release();
+    older->release();
+    EXPECT_TRUE(kit::waitFor([&] { return deleted == 2; }));
+    m_cache.stopThread();
+}
+
+TEST_F(Service, ShutdownWaitsForAClientThatLetsGoInTime) {
+    ScriptedMovie* held = open(scripted("a.hdcam", MovieScript()));
+    std::atomic<int> deleted{0};
+    held->m_deleted = &deleted;
+    m_cache.startThread();
+    bool finished = false;
+    std::thread host([&] { finished = Subsystem::Registry::shutdownSubsystems(50000); });
+    EXPECT_TRUE(kit::waitFor([&] { return m_cache.stopping(); }));
+    held->release();
+    host.join();
+    EXPECT_TRUE(finished);
+    EXPECT_EQ(deleted, 1);
+    EXPECT_FALSE(m_log.has("CMO::checkFinishedCb*")) << m_log.text();
+}
+
 TEST_F(Service, WholeSequenceOfStopAndStartLeavesNothingAndWorksAgain) {
     const std::string path = scripted("a.hdcam", MovieScript());
     open(path)->release();
@@ -239,39 +296,22 @@ TEST_F(Service, WholeSequenceOfStopAndStartLeavesNothingAndWorksAgain) {
     EXPECT_EQ(leaks.difference(), "");
 }
 
+TEST(Switches, AreMadeInTheirOrder) {
+    std::vector<std::string> names;
+    SwitchBank::visit(
+        [](DebuggerOn& item, void* all) {
+            const std::string name = item.getName();
+            if (name.starts_with("media")) static_cast<std::vector<std::string>*>(all)->push_back(name);
+        },
+        &names);
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"mediaObjDbg", "mediaValidate", "mediaCacheDuration", "mediaZombieTime"}));
+}
+
 TEST(Switches, HaveTheirNamesAndInitialValues) {
     EXPECT_STREQ(mediaObjDbg.getName(), "mediaObjDbg");
     EXPECT_STREQ(mediaZombieTime.getName(), "mediaZombieTime");
     EXPECT_EQ(mediaZombieTime.get(), 1u);
     EXPECT_STREQ(mediaCacheDuration.getName(), "mediaCacheDuration");
     EXPECT_EQ(mediaCacheDuration.get(), 0x10000u);
-    const char* const names[] = {"list object (reactive)",
-                                 "status (reactive)",
-                                 "flush all objects (reactive)",
-                                 "announce param id",
-                                 "open trace",
-                                 "ctor",
-                                 "reference",
-                                 "morph",
-                                 "cache activity",
-                                 "reread activity",
-                                 "reread errors",
-                                 "rename activity",
-                                 "permission change",
-                                 "file op",
-                                 "ignore clip props",
-                                 "write",
-                                 "media cache",
-                                 "synth frame n",
-                                 "record1",
-                                 "record2",
-                                 "wrap in tlmo",
-                                 "veldra naming",
-                                 "validation",
-                                 "writer count",
-                                 "ignore missing media",
-                                 "essence stats"};
-    ASSERT_EQ(mediaObjDbg.getBitCount(), 26u);
-    for (unsigned i = 0; i < 26; ++i)
-        EXPECT_STREQ(mediaObjDbg.getBitName(i), names[i]) << i;
 }

@@ -27,7 +27,7 @@ struct Early {
     unsigned m_zombieTime = 0;
     bool m_hasProperty = true;
 };
-__attribute__((init_priority(103))) const Early s_early;
+__attribute__((init_priority(104))) const Early s_early;
 
 // What the log says of a failure that nobody looked at.
 std::string reportOf(const OpResult& raised) {

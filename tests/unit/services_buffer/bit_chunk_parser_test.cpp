@@ -358,6 +358,35 @@ TEST(BitChunkParser, DiscardStepsOverBytesAtAnyBit) {
     EXPECT_TRUE(parser.validate());
 }
 
+TEST(BitChunkParser, PeekPieceShowsTheRestOfAPieceAndStays) {
+    const auto bytes = countingBytes(40);
+    Pieces pieces(bytes, {3, 0, 20, 17});
+    BitChunkParser parser;
+    parser.setList(pieces.count(), pieces.list());
+    // Loaded bytes that nobody has parsed belong to it, also those of the piece before.
+    for (unsigned at = 0; at < bytes.size(); ++at) {
+        const unsigned end = at < 3 ? 3 : at < 23 ? 23 : 40;
+        const simpleSgl_s piece = parser.peekPiece();
+        ASSERT_EQ(end - at, piece.m_length);
+        ASSERT_EQ(bytes[at], piece.m_start[0]);
+        ASSERT_EQ(at, parser.getStreamPosition());
+        ASSERT_TRUE(parser.validate());
+        ASSERT_EQ(bytes[at], parser.decodeByte());
+    }
+    EXPECT_EQ(0u, parser.peekPiece().m_length);
+    EXPECT_EQ(nullptr, parser.peekPiece().m_start);
+}
+
+TEST(BitChunkParser, PeekPieceShowsNothingBetweenBytes) {
+    Pieces pieces(countingBytes(4), {4});
+    BitChunkParser parser;
+    parser.setList(pieces.count(), pieces.list());
+    parser.decodeBits(3);
+    EXPECT_EQ(0u, parser.peekPiece().m_length);
+    parser.alignToByte();
+    EXPECT_EQ(3u, parser.peekPiece().m_length);
+}
+
 TEST(BitChunkParser, MoveToNextPairSaysWhetherThereIsMoreToLoad) {
     Pieces pieces({1, 2}, {1, 0, 1});
     BitChunkParser parser;

@@ -123,6 +123,17 @@ TEST(PathParser, Joins) {
     EXPECT_STREQ("c", copy.getPath(true));
 }
 
+TEST(PathParser, JoinsAPartOfItsOwnText) {
+    PathParser path("/a/b.c");
+    path.append(path.getPath(false));
+    EXPECT_STREQ("/a/b.c/a/b.c", path.getPath(true));
+    EXPECT_EQ(4, path.getNumElem());
+    path += path.getSuffix();
+    EXPECT_STREQ("/a/b.c/a/b.c/c", path.getPath(true));
+    path.append(path.getPath(true) + path.getLength());
+    EXPECT_STREQ("/a/b.c/a/b.c/c", path.getPath(true));
+}
+
 TEST(PathParser, MakesTheFoldersOfAPath) {
     const Tree tree;
     const PathParser path((tree / "x/y/z.wav").c_str());

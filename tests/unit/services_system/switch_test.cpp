@@ -140,6 +140,20 @@ TEST(SwitchBankTest, SetsByBitNamesAndByNumber) {
     EXPECT_TRUE(reason.empty());
 }
 
+TEST(SwitchBankTest, AListMayBeginWithANameThatBeginsWithADigit) {
+    DebuggerOn bits("bankBits", 3, "4:2:2", "ctor", "7");
+    FormatStr reason(64);
+    EXPECT_TRUE(SwitchBank::set("bankBits", "4:2:2|ctor", reason));
+    EXPECT_EQ(bits.get(), 3u);
+    EXPECT_TRUE(SwitchBank::set("bankBits", "7 | 4:2:2", reason));
+    EXPECT_EQ(bits.get(), 5u);
+    EXPECT_TRUE(SwitchBank::setBits("bankBits", "7|ctor", false, reason));
+    EXPECT_EQ(bits.get(), 1u);
+    EXPECT_TRUE(reason.empty());
+    EXPECT_FALSE(SwitchBank::set("bankBits", "1|ctor", reason));
+    EXPECT_STREQ(reason.get(), "bankBits has no bit named \"1\"");
+}
+
 TEST(SwitchBankTest, ANumberTakesAll32Bits) {
     DebuggerOn number("bankNumber", 1, DebuggerTypes::Init::Value);
     FormatStr reason(64);
