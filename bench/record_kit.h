@@ -102,6 +102,7 @@ public:
     Recording& operator=(const Recording&) = delete;
 
     const std::string& path() const { return m_path; }
+    const MediaObj& movie() const { return *m_movie; }
     unsigned long long base() const { return m_clip->getLookup()->getBaseOffset(); }
 
     // Enters a block behind the last one.
@@ -111,8 +112,9 @@ public:
         if (!m_track->addSamples(request, where, result)) tell(result);
         m_next += m_essence.m_samples;
     }
-    void write(const MediaSampleInMovie& where, const Block& block) {
-        if (!m_movie->vsWrite(where, block.buf())) std::abort();
+    void write(const MediaSampleInMovie& where, const Block& block) { write(where, block.buf()); }
+    void write(const MediaSampleInMovie& where, const MediaIoBuf& buf) {
+        if (!m_movie->vsWrite(where, buf)) std::abort();
     }
     // Takes: the obuf.
     void handOver(const MediaSampleInMovie& where, phantom_OBUF* obuf) {

@@ -4,9 +4,11 @@ file(GLOB tool_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tools/*.cpp ${CMAKE
 set(tool_frame ${CMAKE_SOURCE_DIR}/tools/main.cpp ${CMAKE_SOURCE_DIR}/tools/options.cpp)
 list(REMOVE_ITEM tool_sources ${tool_frame})
 find_package(nlohmann_json REQUIRED)
+find_package(pugixml REQUIRED)
 # One file that runs wherever it is copied to, so the archive and not the shared library.
 add_library(mc_tool STATIC ${tool_sources})
-target_link_libraries(mc_tool PUBLIC mediacore_static mc_flags nlohmann_json::nlohmann_json)
+target_link_libraries(mc_tool PUBLIC mediacore_static mc_flags nlohmann_json::nlohmann_json
+  PRIVATE $<IF:$<TARGET_EXISTS:pugixml::static>,pugixml::static,pugixml::pugixml>)
 target_compile_definitions(mc_tool PUBLIC MEDIACORE_VERSION="${PROJECT_VERSION}")
 
 # The tests of the parts need no more.

@@ -83,9 +83,10 @@ PcmMovie::PcmMovie(AutoRefPtr<BasicFileIO> file, MediaFileType type, const PcmFo
     getDesc()->setLength(*m_track);
 }
 
-PcmMovie::PcmMovie(AutoRefPtr<BasicFileIO> file, MediaFileType type) : MediaObj(0, CacheRefValue::Cached) {
+PcmMovie::PcmMovie(AutoRefPtr<BasicFileIO> file, MediaFileType type) : PcmMovie(type) { allocMediaId(file); }
+
+PcmMovie::PcmMovie(MediaFileType type) : MediaObj(0, CacheRefValue::Cached) {
     getDesc()->init(type, 1, true, MediaEncodingType::Pcm, MediaVideoRate::Unknown);
-    allocMediaId(file);
 }
 
 PcmMovie::~PcmMovie() { delete m_track.load(); }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "backends/common/own_params.h"
 #include "backends/common/pcm_format.h"
 #include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_property.h"
@@ -105,11 +106,13 @@ public:
 protected:
     // A movie for writing, without a track yet.
     PcmMovie(AutoRefPtr<BasicFileIO> file, MediaFileType type);
+    // A movie without a file.
+    explicit PcmMovie(MediaFileType type);
 
     // Takes: the track. Thread: any number may read the movie already.
     void install(PcmTrack* track) { m_track = track; }
 
-    MediaParams m_properties;
+    OwnParams m_properties;
 
 private:
     std::atomic<PcmTrack*> m_track{nullptr};  // owned; set once

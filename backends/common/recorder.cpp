@@ -1,5 +1,6 @@
 #include "backends/common/recorder.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "services/system/format_str.h"
@@ -33,6 +34,36 @@ OpResult occupied(const char* name, const char* path) {
     return MO_WARNING(MediaCode::FileExists, text.get());
 }
 
+constexpr unsigned s_attempts = 3;  // at a file that others take away
+
+FsFileIO* asFsFile(const AutoRefPtr<BasicFileIO>& file) { return dynamic_cast<FsFileIO*>(file.get()); }
+
+// Opens an empty file, made if there is none, and claims it. Gives: the handle with the claim, or null with the reason.
+AutoRefPtr<BasicFileIO> takeFile(const char* name, const char* path, OpResult& result) {
+    using Handle = AutoRefPtr<BasicFileIO>;
+    const Handle file(new FsFileIO("recorder", path, BasicIOTypes::Mode::Create));
+    if (file->exists() && file->getLength() != 0) {
+        result = occupied(name, path);
+        return Handle();
+    }
+    const bool isOpen = file->open();
+    if (isOpen && !asFsFile(file)->claim() && file->getLastError() == EBUSY) {
+        const FormatStr text("%s: %s is being recorded by another process", name, path);
+        result = MO_WARNING(MediaCode::FileExists, text.get());
+        return Handle();
+    }
+    if (!isOpen || !asFsFile(file)->hasClaim()) {
+        const FormatStr text("%s: %s can't be written: %s", name, path, std::strerror(file->getLastError()));
+        result = MO_WARNING(MediaCode::FileNotWritable, text.get());
+        return Handle();
+    }
+    if (file->getLength() != 0) {  // somebody else was quicker
+        result = occupied(name, path);
+        return Handle();
+    }
+    return file;
+}
+
 }  // namespace
 
 AutoRefPtr<BasicFileIO> Recorder::createFile(const char* name, const char* path, MediaContainment containment,
@@ -43,20 +74,11 @@ AutoRefPtr<BasicFileIO> Recorder::createFile(const char* name, const char* path,
         result = MO_WARNING(MediaCode::OperationUnsupported, text.get());
         return Handle();
     }
-    const Handle file(new FsFileIO("recorder", path, BasicIOTypes::Mode::Create));
-    if (file->exists() && file->getLength() != 0) {
-        result = occupied(name, path);
-        return Handle();
-    }
-    if (!file->open()) {
-        const FormatStr text("%s: %s can't be written: %s", name, path, std::strerror(file->getLastError()));
-        result = MO_WARNING(MediaCode::FileNotWritable, text.get());
-        return Handle();
-    }
-    if (file->getLength() != 0) {  // somebody else was quicker
-        result = occupied(name, path);
-        return Handle();
-    }
+    Handle file = takeFile(name, path, result);
+    // Somebody may have removed it before it was claimed.
+    for (unsigned i = 1; i < s_attempts && file && !asFsFile(file)->isAtPath(); ++i)
+        file = takeFile(name, path, result);
+    if (!file) return file;
     const bool isUnset = advice == BasicIOTypes::SizeAdvice::None;
     file->advise(isUnset ? BasicIOTypes::SizeAdvice::LargeStripe : advice);
     result = OpResult(OpResult::Ok);
@@ -66,13 +88,15 @@ AutoRefPtr<BasicFileIO> Recorder::createFile(const char* name, const char* path,
 Recorder::Recorder(const char* name, AutoRefPtr<BasicFileIO> file) : m_name(name) {
     Scope lock(m_mutex);
     useHandle(file);
+    // The handle may outlive the recording, as a reader's.
+    if (m_file != nullptr) m_file->handClaimTo(m_claim);
 }
 
 Recorder::~Recorder() = default;
 
 std::shared_ptr<RecordedEssence> Recorder::begin(unsigned track, std::uint64_t start, OpResult& result) {
     Scope lock(m_mutex);
-    // Two processes may have taken an empty file.
+    // A program that asks for no claim may have written to it.
     const bool isTaken = m_essence == nullptr && m_file != nullptr && m_file->getLength() != 0;
     result = isTaken ? occupied(m_name, m_file->getPath()) : OpResult(OpResult::Ok);
     if (isTaken) return nullptr;
@@ -102,16 +126,23 @@ OpResult Recorder::write(MediaObj& movie, const MediaSampleInMovie& sample, cons
     return keepUpNow(Moment::Written);
 }
 
-OpResult Recorder::write(MediaObj& movie, const MediaSampleInMovie& sample, phantom_OBUF* obuf) {
-    if (m_essence == nullptr) return movie.MediaObj::vaWrite(sample, obuf);
-    const unsigned bytes = obufSize(obuf);
-    Scope lock(m_mutex);
-    // Somebody may have closed the handle in between: the list then makes another.
+// Somebody may have closed the handle in between: the list then makes another.
+void Recorder::useHandleOf(MediaObj& movie, const MediaSampleInMovie& sample) {
     OpResult result(OpResult::Ok);
     const AutoRefPtr<BasicFileIO> handle = movie.getFp(result, sample.m_mediaId, true, sample.m_agent);
     result.discard();
+    Scope lock(m_mutex);
     if (handle) useHandle(handle);
-    result = movie.MediaObj::vaWrite(sample, obuf);
+}
+
+OpResult Recorder::write(MediaObj& movie, const MediaSampleInMovie& sample, phantom_OBUF* obuf) {
+    if (m_essence == nullptr) return movie.MediaObj::vaWrite(sample, obuf);
+    const unsigned bytes = obufSize(obuf);
+    useHandleOf(movie, sample);
+    // Without the lock: a check of the samples may ask the cache, which may be ending this recording. What another
+    // thread puts beside the essence meanwhile speaks of less than there is.
+    OpResult result = movie.MediaObj::vaWrite(sample, obuf);
+    Scope lock(m_mutex);
     if (!result) return lose(result);
     if (bytes == 0 && !hasBytes(sample)) return result;  // nothing was handed over
     m_essence->noteHanded(sample, bytes);
@@ -141,6 +172,10 @@ OpResult Recorder::put(std::uint64_t offset, const std::uint8_t* bytes, unsigned
     return OpResult(OpResult::Ok);
 }
 
+bool Recorder::get(std::uint64_t offset, std::uint8_t* bytes, unsigned size) {
+    return m_file != nullptr && m_file->readAt(offset, bytes, size) == static_cast<int>(size);
+}
+
 OpResult Recorder::putHanded(std::uint64_t offset, const std::uint8_t* bytes, unsigned size) {
     phantom_OBUF* const obuf = obufOf(bytes, size);
     if (obuf == nullptr) return failed("no memory for the header");
@@ -168,4 +203,5 @@ void Recorder::end() {
     finish().discard();
     Scope lock(m_mutex);
     useHandle(AutoRefPtr<BasicFileIO>());
+    m_claim.release();
 }

@@ -4,6 +4,7 @@
 
 #include "backends/common/recorded_essence.h"
 #include "services/buffer/obuf.h"
+#include "services/file/file_claim.h"
 #include "services/file/fs_file_io.h"
 #include "services/system/locks.h"
 #include "shared/include/object/media_obj.h"
@@ -14,7 +15,8 @@ struct MediaSampleInMovie;
 // The write side of a movie that is being recorded: every write passes through here and is entered in the record of
 // the essence, and what the format keeps up to date beside the essence is written in its turn.
 // **Threads:** any; writes belong to one thread at a time. **Locks:** m_mutex, across each step that writes beside the
-// essence; below it are those of the file list, the handle and the essence. **Owns:** a reference to the write handle.
+// essence; below it are those of the file list, the handle and the essence. **Owns:** a reference to the write handle,
+// and the claim on the file.
 class Recorder {
 public:
     // `name` begins the sentences of failures and lives for ever. Requires: an open handle that may write.
@@ -23,9 +25,9 @@ public:
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
 
-    // Makes or takes the file that is to be recorded: one that isn't there, or is empty. Gives: an open handle.
-    // Fails: null; warning 7 when something stands there, 5 when it can't be opened for writing, 17 for essence that is
-    // to lie elsewhere.
+    // Makes or takes the file that is to be recorded: one that isn't there, or is empty. Gives: an open handle that has
+    // claimed the file. Fails: null; warning 7 when something stands there or another process is recording it, 5 when
+    // it can't be opened for writing, 17 for essence that is to lie elsewhere.
     static AutoRefPtr<BasicFileIO> createFile(const char* name, const char* path, MediaContainment containment,
                                               BasicIOTypes::SizeAdvice advice, OpResult& result);
 
@@ -51,6 +53,8 @@ protected:
     virtual OpResult keepUp(std::uint64_t end, Moment moment) MO_REQUIRES(m_mutex);
     // Writes beside the essence, behind what is under way.
     OpResult put(std::uint64_t offset, const std::uint8_t* bytes, unsigned size) MO_REQUIRES(m_mutex);
+    // Reads what has been written beside the essence. Requires: nothing under way. Fails: false when it isn't all there.
+    bool get(std::uint64_t offset, std::uint8_t* bytes, unsigned size) MO_REQUIRES(m_mutex);
 
     OpResult failed(const char* what) const;
 
@@ -61,11 +65,13 @@ private:
     using Scope = ZarnexPosix::ScopeLock<ZarnexPosix::JMutex>;
 
     void useHandle(const AutoRefPtr<BasicFileIO>& handle) MO_REQUIRES(m_mutex);
+    void useHandleOf(MediaObj& movie, const MediaSampleInMovie& sample) MO_EXCLUDES(m_mutex);
     OpResult keepUpNow(Moment moment) MO_REQUIRES(m_mutex);
     OpResult lose(OpResult result) MO_REQUIRES(m_mutex);
     OpResult putHanded(std::uint64_t offset, const std::uint8_t* bytes, unsigned size) MO_REQUIRES(m_mutex);
 
     AutoRefPtr<BasicFileIO> m_handle MO_GUARDED_BY(m_mutex);  // null once it has ended
     FsFileIO* m_file MO_GUARDED_BY(m_mutex) = nullptr;        // the same
+    FileClaim m_claim MO_GUARDED_BY(m_mutex);                 // until then
     std::shared_ptr<RecordedEssence> m_essence;               // set once, before the first write
 };

@@ -44,6 +44,10 @@ OpResult DvLookup::updateNumSamples(unsigned long long frames) {
     return FixedMediaLookup::updateNumSamples(std::min(frames, m_maxFrames));
 }
 
+bool hasLastFrame(const MediaClipDesc& clip) {
+    return clip.getType() == MediaDataType::Video && !clip.getObj().getMovieDesc()->isWritable();
+}
+
 // The cadence keeps to the rates within a few samples, so the frame is the nearest one by the rates or a neighbour.
 bool findFrameOfSound(const MediaOffsetLookup& lookup, const DvSystem& system, const MediaPlayReq& sound,
                       unsigned long long& frame) {

@@ -20,8 +20,13 @@ class DvTrack;
 bool findFrameOfSound(const MediaOffsetLookup& lookup, const DvSystem& system, const MediaPlayReq& sound,
                       unsigned long long& frame);
 
+// Whether a picture may be shown behind the clip's last frame. Sound ends where it ends, for no anchor stands for a
+// block of samples, and what is being recorded has no last frame yet.
+bool hasLastFrame(const MediaClipDesc& clip);
+
 // The index of DV frames, for the video and for the sound in them: an entry is a whole frame. The sound of a frame is
-// found in that frame; other blocks of samples fall to the nearest frame by the base class.
+// found in that frame; other blocks of samples fall to the nearest frame by the base class. A client that asks for it
+// gets the frame behind the last one.
 template <class Lookup>
 class DvIndex : public Lookup {
 public:
@@ -30,6 +35,13 @@ public:
         : Lookup(std::forward<Arguments>(arguments)...), m_system(system) {}
 
     bool getMediaOffset(const MediaPlayReq& req, MediaSampleDesc& desc, OpResult& result) const override {
+        if (findPlace(req, desc, result)) return true;
+        return result && hasLastFrame(this->getClip()) &&
+               this->getMediaOffsetFrameN(this->getClip(), req, desc, result);
+    }
+
+private:
+    bool findPlace(const MediaPlayReq& req, MediaSampleDesc& desc, OpResult& result) const {
         MediaPlayReq whole = req;
         if (!findFrameOfSound(*this, m_system, req, whole.m_sample)) return Lookup::getMediaOffset(req, desc, result);
         whole.m_count = 1;
@@ -41,7 +53,6 @@ public:
         return found;
     }
 
-private:
     const DvSystem& m_system;  // for ever
 };
 
@@ -84,6 +95,9 @@ public:
     // holds none of this system.
     bool fillFwdRepeat(MediaSampleBuf& buf) const override;
     bool fillBakRepeat(MediaSampleBuf& buf) const override;
+    // Neither the frames nor the sound in them are plain samples, and no bit of `mediaValidate` asks for more.
+    AutoPtr<char> validate(phantom_OBUF*) const override { return AutoPtr<char>(nullptr); }
+    AutoPtr<char> validate(const MediaIoBuf&) const override { return AutoPtr<char>(nullptr); }
 
 protected:
     // What the derived clip gives its index itself, and then describes.

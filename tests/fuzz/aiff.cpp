@@ -1,20 +1,11 @@
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
 #include "backends/aiff/aiff_parser.h"
-#include "backends/common/file_window.h"
-#include "tests/kit/fake_file.h"
+#include "tests/fuzz/audio_file.h"
 
-// The AIFF parser over a file in memory. Whatever the bytes are: a sentence, or essence that lies wholly inside the
-// file.
+// The AIFF parser.
 
 namespace {
 
-void require(bool truth) {
-    if (!truth) std::abort();
-}
+using fuzz::require;
 
 // What every movie of an AIFF builds on.
 void checkFormat(const PcmFormat& format, std::uint64_t length) {
@@ -36,28 +27,9 @@ bool isSame(const PcmFormat& one, const PcmFormat& other) {
            one.dataOffset == other.dataOffset && one.samples == other.samples && one.maxSamples == other.maxSamples;
 }
 
-bool parse(kit::FakeFile& file, std::uint64_t length, PcmFormat& format) {
-    FileWindow window(file, length);
-    OpResult result = AiffParser(window).parse(format);
-    const bool success = result.success();
-    require(success || (result.getMessage() != nullptr && std::string(result.getMessage()).rfind("aiff: ", 0) == 0));
-    result.discard();
-    require(file.m_readCalls <= 4 * static_cast<int>(AiffParser::s_maxChunks) + 16);
-    return success;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string bytes(reinterpret_cast<const char*>(data), size);
-    PcmFormat first, second, shrunk;
-    kit::FakeFile file, again, shorter;
-    file.m_content = again.m_content = bytes;
-    const bool success = parse(file, size, first);
-    if (success) checkFormat(first, size);
-    require(parse(again, size, second) == success && (!success || isSame(first, second)));
-    // A file that is cut while it is parsed: its length was taken before.
-    shorter.m_content = bytes.substr(0, size / 2);
-    if (parse(shorter, size, shrunk)) checkFormat(shrunk, size);
+    fuzz::runAudioFile<AiffParser, PcmFormat>(data, size, "aiff", &checkFormat, &isSame);
     return 0;
 }

@@ -1,12 +1,7 @@
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
 #include "backends/common/file_window.h"
 #include "backends/dv/dv_black.h"
 #include "backends/dv/dv_parser.h"
+#include "tests/fuzz/fuzz_input.h"
 #include "tests/kit/fake_file.h"
 
 // The DV parser over a file in memory. Whatever the bytes are: a sentence, or whole frames that lie inside the file.
@@ -18,9 +13,7 @@ namespace {
 
 constexpr std::size_t s_unit = 16384;
 
-void require(bool truth) {
-    if (!truth) std::abort();
-}
+using fuzz::require;
 
 // One frame of each choice is made once and kept.
 const std::string& soundFrame(unsigned choice) {

@@ -1,21 +1,11 @@
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
-#include "backends/common/file_window.h"
 #include "backends/wav/wav_parser.h"
-#include "tests/kit/fake_file.h"
+#include "tests/fuzz/audio_file.h"
 
-// The WAV parser over a file in memory. Whatever the bytes are: a sentence, or essence that lies wholly inside the
-// file.
+// The WAV parser.
 
 namespace {
 
-void require(bool truth) {
-    if (!truth) std::abort();
-}
+using fuzz::require;
 
 // What every movie of a WAV builds on.
 void checkFormat(const WavFormat& format, std::uint64_t length) {
@@ -38,28 +28,9 @@ bool isSame(const WavFormat& one, const WavFormat& other) {
            one.hasUmid == other.hasUmid && std::equal(std::begin(one.umid), std::end(one.umid), std::begin(other.umid));
 }
 
-bool parse(kit::FakeFile& file, std::uint64_t length, WavFormat& format) {
-    FileWindow window(file, length);
-    OpResult result = WavParser(window).parse(format);
-    const bool success = result.success();
-    require(success || (result.getMessage() != nullptr && std::string(result.getMessage()).rfind("wav: ", 0) == 0));
-    result.discard();
-    require(file.m_readCalls <= 4 * static_cast<int>(WavParser::s_maxChunks) + 16);
-    return success;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string bytes(reinterpret_cast<const char*>(data), size);
-    WavFormat first, second, shrunk;
-    kit::FakeFile file, again, shorter;
-    file.m_content = again.m_content = bytes;
-    const bool success = parse(file, size, first);
-    if (success) checkFormat(first, size);
-    require(parse(again, size, second) == success && (!success || isSame(first, second)));
-    // A file that is cut while it is parsed: its length was taken before.
-    shorter.m_content = bytes.substr(0, size / 2);
-    if (parse(shorter, size, shrunk)) checkFormat(shrunk, size);
+    fuzz::runAudioFile<WavParser, WavFormat>(data, size, "wav", &checkFormat, &isSame);
     return 0;
 }

@@ -6,10 +6,9 @@
 #include <string_view>
 
 #include "backends/aiff/aiff_parser.h"
-#include "backends/common/file_window.h"
 #include "tests/kit/cache_scene.h"
-#include "tests/kit/fake_file.h"
 #include "tests/kit/wav_builder.h"
+#include "tests/unit/backends/parser_verdict.h"
 
 // What the tests of AIFF share.
 namespace AiffKit {
@@ -76,28 +75,10 @@ private:
 inline std::string pattern(std::size_t count) { return kit::WavBuilder::pattern(count); }
 
 // What the parser made of some bytes.
-struct Verdict {
-    explicit Verdict(const std::string& bytes, int readAnswer = 0) {
-        m_file.m_content = bytes;
-        m_file.m_readAnswer = readAnswer;
-        FileWindow window(m_file, bytes.size());
-        m_result = AiffParser(window).parse(m_format);
-    }
-    explicit Verdict(const Aiff& aiff) : Verdict(aiff.bytes()) {}
-    ~Verdict() { m_result.discard(); }
-    Verdict(const Verdict&) = delete;
-    Verdict& operator=(const Verdict&) = delete;
-
-    kit::FakeFile m_file;
-    PcmFormat m_format;
-    OpResult m_result;
-};
+using Verdict = ParserVerdict<AiffParser, PcmFormat>;
 
 inline void expectRefused(const std::string& bytes, int code, const std::string& sentence) {
-    const Verdict verdict(bytes);
-    EXPECT_TRUE(kit::isWarning(verdict.m_result, code)) << sentence;
-    ASSERT_NE(verdict.m_result.getMessage(), nullptr) << sentence;
-    EXPECT_EQ(verdict.m_result.getMessage(), sentence);
+    expectRefusal(Verdict(bytes), code, sentence);
 }
 inline void expectRefused(const Aiff& aiff, int code, const std::string& sentence) {
     expectRefused(aiff.bytes(), code, sentence);

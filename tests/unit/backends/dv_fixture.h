@@ -5,11 +5,10 @@
 #include <algorithm>
 #include <string>
 
-#include "backends/common/file_window.h"
 #include "backends/dv/dv_black.h"
 #include "backends/dv/dv_parser.h"
 #include "tests/kit/cache_scene.h"
-#include "tests/kit/fake_file.h"
+#include "tests/unit/backends/parser_verdict.h"
 
 // What the tests of DV share: streams that are made of black frames, each with its number in it.
 namespace DvKit {
@@ -119,27 +118,10 @@ inline std::string stream(const DvSystem& system, unsigned frames, unsigned from
 }
 
 // What the parser made of some bytes.
-struct Verdict {
-    explicit Verdict(const std::string& bytes) {
-        m_file.m_content = bytes;
-        FileWindow window(m_file, bytes.size());
-        m_result = DvParser(window).parse(m_format);
-    }
-    explicit Verdict(const Frame& frame) : Verdict(frame.bytes()) {}
-    ~Verdict() { m_result.discard(); }
-    Verdict(const Verdict&) = delete;
-    Verdict& operator=(const Verdict&) = delete;
-
-    kit::FakeFile m_file;
-    DvFormat m_format;
-    OpResult m_result;
-};
+using Verdict = ParserVerdict<DvParser, DvFormat>;
 
 inline void expectRefused(const std::string& bytes, int code, const std::string& sentence) {
-    const Verdict verdict(bytes);
-    EXPECT_TRUE(kit::isWarning(verdict.m_result, code)) << sentence;
-    ASSERT_NE(verdict.m_result.getMessage(), nullptr) << sentence;
-    EXPECT_EQ(verdict.m_result.getMessage(), sentence);
+    expectRefusal(Verdict(bytes), code, sentence);
 }
 
 // So many frames of that system from `offset` on; an end is known if `ends`.

@@ -9,6 +9,7 @@
 #include "shared/include/io/media_io_buf.h"
 #include "shared/include/object/media_format.h"
 #include "tests/unit/backends/dv_fixture.h"
+#include "tests/unit/backends/read_back.h"
 
 // A DV stream as a movie of the library: its description, its index, how that follows a growing file, and its frames
 // for others.
@@ -24,21 +25,10 @@ protected:
     const MediaClipDesc& picture() const { return *video().getClip(0); }
     const MediaClipDesc& sounds() const { return *audio().getClip(0); }
 
-    bool find(const MediaClipDesc& clip, unsigned long long sample, unsigned count, MediaSampleInMovie& where) {
-        OpResult result;
-        const bool found = clip.getMediaOffset(MediaPlayReq(sample, count), where, result);
-        EXPECT_TRUE(result.success()) << result.describe().get();
-        return found;
-    }
-    std::string read(const MediaSampleInMovie& where) {
-        MediaIoBuf buffer;
-        const OpResult result = m_movie->vsRead(where, buffer);
-        EXPECT_TRUE(result.success()) << result.describe().get();
-        return std::string(reinterpret_cast<const char*>(buffer.getMem()), buffer.size());
-    }
+    std::string read(const MediaSampleInMovie& where) { return readSamples(*m_movie, where); }
     std::string readFrame(unsigned long long frame) {
         MediaSampleInMovie where;
-        return find(picture(), frame, 1, where) ? read(where) : "";
+        return findSamples(picture(), frame, 1, where) ? read(where) : "";
     }
 };
 
@@ -178,7 +168,7 @@ TEST_F(DvMovie, EveryFrameIsReadAsItLies) {
     for (unsigned frame = 0; frame < 8; ++frame)
         EXPECT_TRUE(readFrame(frame) == bytes.substr((frame + 1) * 120000, 120000)) << frame;
     MediaSampleInMovie where;
-    EXPECT_FALSE(find(picture(), 8, 1, where));
+    EXPECT_FALSE(findSamples(picture(), 8, 1, where));
     EXPECT_EQ(where.m_chunks[0].m_offset, 119900u + 8 * 120000u);
 }
 
@@ -196,10 +186,10 @@ TEST_F(DvMovie, CountsEveryFrameOfADayExactly) {
     EXPECT_EQ(video().getLength(), frames * 1001);
     EXPECT_EQ(sounds().getLength(), sounds().getSampleAndCount(frames).m_sample);
     MediaSampleInMovie where;
-    ASSERT_TRUE(find(picture(), frames - 1, 1, where));
+    ASSERT_TRUE(findSamples(picture(), frames - 1, 1, where));
     EXPECT_EQ(where.m_chunks[0].m_offset, (frames - 1) * 120000);
     EXPECT_EQ(where.m_chunks[0].m_size, 120000u);
-    EXPECT_FALSE(find(picture(), frames, 1, where));
+    EXPECT_FALSE(findSamples(picture(), frames, 1, where));
 }
 
 TEST_F(DvMovie, SoundIsAddressedByTheFrameThatItRidesIn) {
@@ -207,7 +197,7 @@ TEST_F(DvMovie, SoundIsAddressedByTheFrameThatItRidesIn) {
     for (unsigned frame = 0; frame < 12; ++frame) {
         const SampleAndCount samples = sounds().getSampleAndCount(frame);
         MediaSampleInMovie where;
-        ASSERT_TRUE(find(sounds(), samples.m_sample, samples.m_count, where)) << frame;
+        ASSERT_TRUE(findSamples(sounds(), samples.m_sample, samples.m_count, where)) << frame;
         EXPECT_EQ(where.m_numChunks, 1u);
         EXPECT_EQ(where.m_chunks[0].m_offset, frame * 120000u);
         EXPECT_EQ(where.m_chunks[0].m_size, 120000u);
@@ -216,7 +206,7 @@ TEST_F(DvMovie, SoundIsAddressedByTheFrameThatItRidesIn) {
     MediaSampleInMovie where;
     const SampleAndCount behind = sounds().getSampleAndCount(12);
     EXPECT_EQ(behind.m_sample, sounds().getLength());
-    EXPECT_FALSE(find(sounds(), behind.m_sample, behind.m_count, where));
+    EXPECT_FALSE(findSamples(sounds(), behind.m_sample, behind.m_count, where));
 }
 
 TEST_F(DvMovie, SoundIsFoundInItsFrameHoweverFarOn) {
@@ -231,7 +221,7 @@ TEST_F(DvMovie, SoundIsFoundInItsFrameHoweverFarOn) {
     for (unsigned long long frame = 0; frame < frames; frame += frame < frames - 60 ? 7 : 1) {
         const SampleAndCount samples = sounds().getSampleAndCount(frame);
         MediaSampleInMovie where;
-        ASSERT_TRUE(find(sounds(), samples.m_sample, samples.m_count, where)) << frame;
+        ASSERT_TRUE(findSamples(sounds(), samples.m_sample, samples.m_count, where)) << frame;
         ASSERT_EQ(where.m_chunks[0].m_offset, frame * 120000) << frame;
         ASSERT_EQ(where.m_chunks[0].m_size, 120000u);
         ASSERT_EQ(where.m_sample, samples.m_sample);
@@ -243,12 +233,12 @@ TEST_F(DvMovie, SoundIsFoundInItsFrameHoweverFarOn) {
 TEST_F(DvMovie, SoundThatIsNotCutByTheCadenceIsFoundInTheNearestFrame) {
     openBytes(stream(system(Ntsc25), 6));
     MediaSampleInMovie where;
-    ASSERT_TRUE(find(sounds(), 3204, 1602, where));
+    ASSERT_TRUE(findSamples(sounds(), 3204, 1602, where));
     EXPECT_EQ(where.m_chunks[0].m_offset, 240000u);
-    ASSERT_TRUE(find(sounds(), 3202, 1600, where));
+    ASSERT_TRUE(findSamples(sounds(), 3202, 1600, where));
     EXPECT_EQ(where.m_chunks[0].m_offset, 240000u);
-    EXPECT_FALSE(find(sounds(), 0, 0, where));
-    EXPECT_FALSE(find(sounds(), 0xFFFFFFFFFFFFFFFFull, 1602, where));
+    EXPECT_FALSE(findSamples(sounds(), 0, 0, where));
+    EXPECT_FALSE(findSamples(sounds(), 0xFFFFFFFFFFFFFFFFull, 1602, where));
 }
 
 TEST_F(DvMovie, SoundFollowsAStreamThatGrows) {
@@ -256,9 +246,9 @@ TEST_F(DvMovie, SoundFollowsAStreamThatGrows) {
     openBytes(bytes.substr(0, 120000 * 2));
     const SampleAndCount last = sounds().getSampleAndCount(4);
     MediaSampleInMovie where;
-    EXPECT_FALSE(find(sounds(), last.m_sample, last.m_count, where));
+    EXPECT_FALSE(findSamples(sounds(), last.m_sample, last.m_count, where));
     m_tree.append("a.dv", bytes.substr(120000 * 2));
-    ASSERT_TRUE(find(sounds(), last.m_sample, last.m_count, where));
+    ASSERT_TRUE(findSamples(sounds(), last.m_sample, last.m_count, where));
     EXPECT_TRUE(read(where) == bytes.substr(120000 * 4));
 }
 
@@ -266,10 +256,10 @@ TEST_F(DvMovie, FollowsAStreamThatGrows) {
     const std::string bytes = stream(system(Pal420), 5);
     openBytes(bytes.substr(0, 144000 * 2 + 7));
     MediaSampleInMovie where;
-    EXPECT_FALSE(find(picture(), 2, 1, where));
+    EXPECT_FALSE(findSamples(picture(), 2, 1, where));
     m_tree.append("a.dv", bytes.substr(144000 * 2 + 7));
-    EXPECT_TRUE(find(picture(), 4, 1, where));
-    EXPECT_FALSE(find(picture(), 5, 1, where));
+    EXPECT_TRUE(findSamples(picture(), 4, 1, where));
+    EXPECT_FALSE(findSamples(picture(), 5, 1, where));
     EXPECT_TRUE(readFrame(3) == bytes.substr(144000 * 3, 144000));
 }
 
@@ -287,9 +277,9 @@ TEST_F(DvMovie, NeverShowsWhatFollowsAChangeOfTheSystem) {
     openBytes(stream(system(Pal420), 4) + stream(system(Ntsc25), 12));
     EXPECT_EQ(m_movie->getFrameLength(), 4u);
     MediaSampleInMovie where;
-    EXPECT_TRUE(find(picture(), 3, 1, where));
-    EXPECT_FALSE(find(picture(), 4, 1, where));
-    EXPECT_FALSE(find(picture(), 5, 1, where));
+    EXPECT_TRUE(findSamples(picture(), 3, 1, where));
+    EXPECT_FALSE(findSamples(picture(), 4, 1, where));
+    EXPECT_FALSE(findSamples(picture(), 5, 1, where));
     EXPECT_EQ(m_log.count(LogLevel::Warning, "dv: *a.dv: the stream changes behind frame 4, what follows is not shown"),
               1u)
         << m_log.text();

@@ -4,11 +4,10 @@
 
 #include <string>
 
-#include "backends/common/file_window.h"
 #include "backends/wav/wav_parser.h"
 #include "tests/kit/cache_scene.h"
-#include "tests/kit/fake_file.h"
 #include "tests/kit/wav_builder.h"
+#include "tests/unit/backends/parser_verdict.h"
 
 // What the tests of the WAV parser share.
 namespace WavKit {
@@ -18,27 +17,10 @@ using kit::WavBuilder;
 using kit::WavFmt;
 
 // What the parser made of some bytes.
-struct Verdict {
-    explicit Verdict(const std::string& bytes) {
-        m_file.m_content = bytes;
-        FileWindow window(m_file, bytes.size());
-        m_result = WavParser(window).parse(m_format);
-    }
-    explicit Verdict(const WavBuilder& wav) : Verdict(wav.bytes()) {}
-    ~Verdict() { m_result.discard(); }
-    Verdict(const Verdict&) = delete;
-    Verdict& operator=(const Verdict&) = delete;
-
-    kit::FakeFile m_file;
-    WavFormat m_format;
-    OpResult m_result;
-};
+using Verdict = ParserVerdict<WavParser, WavFormat>;
 
 inline void expectRefused(const std::string& bytes, int code, const std::string& sentence) {
-    const Verdict verdict(bytes);
-    EXPECT_TRUE(kit::isWarning(verdict.m_result, code)) << sentence;
-    ASSERT_NE(verdict.m_result.getMessage(), nullptr) << sentence;
-    EXPECT_EQ(verdict.m_result.getMessage(), sentence);
+    expectRefusal(Verdict(bytes), code, sentence);
 }
 inline void expectRefused(const WavBuilder& wav, int code, const std::string& sentence) {
     expectRefused(wav.bytes(), code, sentence);

@@ -4,6 +4,7 @@
 #include "shared/include/index/fixed_media_lookup.h"
 #include "shared/include/index/media_sample_req.h"
 #include "shared/include/io/media_io_buf.h"
+#include "tests/unit/backends/read_back.h"
 #include "tests/unit/backends/wav_fixture.h"
 
 // A WAV as a movie of the library: its description, its properties, its index and how that follows a growing file.
@@ -29,19 +30,10 @@ protected:
         return static_cast<const FixedMediaLookup*>(clip().getLookup())->getNumSamples();
     }
 
-    // Whether the samples are there now; a failure is never expected.
     bool find(unsigned long long sample, unsigned count, MediaSampleInMovie& where) {
-        OpResult result;
-        const bool found = clip().getMediaOffset(MediaPlayReq(sample, count), where, result);
-        EXPECT_TRUE(result.success()) << result.describe().get();
-        return found;
+        return findSamples(clip(), sample, count, where);
     }
-    std::string read(const MediaSampleInMovie& where) {
-        MediaIoBuf buffer;
-        const OpResult result = m_movie->vsRead(where, buffer);
-        EXPECT_TRUE(result.success()) << result.describe().get();
-        return std::string(reinterpret_cast<const char*>(buffer.getMem()), buffer.size());
-    }
+    std::string read(const MediaSampleInMovie& where) { return readSamples(*m_movie, where); }
 
     MediaObj* m_movie = nullptr;
 };
