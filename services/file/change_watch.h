@@ -65,9 +65,11 @@ private:
         std::string m_path;
         FileKey m_key;
         bool m_there = false;
-        bool m_queued = false;  // in m_due
-        bool m_polled = false;  // in m_pollList
-        bool m_unseen = false;  // others than this machine may write it
+        bool m_vanished = false;   // was there, and wasn't at the last look
+        bool m_queued = false;     // in m_due
+        bool m_polled = false;     // in m_pollList
+        bool m_unseen = false;     // others than this machine may write it
+        long long m_lookedAt = 0;  // µs of Clock::nowRelative, when it was last looked at for a notice
     };
     struct IdHash {
         std::uint64_t operator()(const File& file) const { return file.getId().getId(); }
@@ -100,7 +102,9 @@ private:
     void takeWants();
     void deleteDead();
     void forget(File& file);
+    void lookAt(File& file, long long time);
     void checkDue();
+    void checkNoticed(File& file);
     void checkPolled();
     void check(File& file);
     void follow(File& file, const std::string& path, FileStat& stat);

@@ -16,7 +16,7 @@
 
 namespace {
 
-// All in µs. A burst of notices ends in one look, so long after its first one.
+// All in µs. A file is looked at with the first notice of a burst, and then once in so long.
 constexpr long long settleTime = 30000;
 constexpr long long pollPeriod = 1000000;
 constexpr long long lingerTime = 1000000;
@@ -62,7 +62,7 @@ void ChangeWatch::tearDown() {
     m_files.forEach([this](File& file) MO_NO_THREAD_SAFETY_ANALYSIS {
         if (!file.m_taken) return;
         m_kernel.unwatch(file);
-        file.m_taken = file.m_queued = file.m_polled = file.m_there = false;
+        file.m_taken = file.m_queued = file.m_polled = file.m_there = file.m_vanished = false;
         file.m_path.clear();
         if (file.m_wantedAt == s_notWanted) want(file);
     });
@@ -137,8 +137,13 @@ void ChangeWatch::waitForNews(long long now) {
 void ChangeWatch::noticed(InotifyWatch::Target& target) {
     File& file = static_cast<File&>(target);
     if (file.m_queued) return;
+    lookAt(file, std::max(Clock::nowRelative(), file.m_lookedAt + settleTime));
+}
+
+void ChangeWatch::lookAt(File& file, long long time) {
+    const auto isBefore = [](long long when, const Due& due) { return when < due.m_time; };
+    m_due.insert(std::upper_bound(m_due.begin(), m_due.end(), time, isBefore), {&file, time});
     file.m_queued = true;
-    m_due.push_back({&file, Clock::nowRelative() + settleTime});
 }
 
 void ChangeWatch::lost() {
@@ -188,8 +193,19 @@ void ChangeWatch::checkDue() {
         File& file = *m_due.front().m_file;
         m_due.pop_front();
         file.m_queued = false;
-        check(file);
+        checkNoticed(file);
     }
+}
+
+// A file that isn't there at the first notice may be on its way back: it is believed to have gone when that has lasted.
+void ChangeWatch::checkNoticed(File& file) {
+    file.m_lookedAt = Clock::nowRelative();
+    FileStat stat;
+    std::string path;
+    const bool vanished = file.m_there && !file.m_vanished && !FileTable::locate(file.m_identity, path, stat);
+    file.m_vanished = vanished;
+    if (vanished) return lookAt(file, file.m_lookedAt + settleTime);
+    check(file);
 }
 
 void ChangeWatch::checkPolled() {
