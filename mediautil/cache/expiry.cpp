@@ -37,9 +37,20 @@ void CachedMediaObj::startLostClock(MediaObj* object) {
     }
 }
 
-// At most ticks nothing is due among very many, which is seen faster out of the map's order.
+// For an object in use: `otherwise`, whatever an earlier wait has left.
+static long long idleSince(const MediaObj& object, long long otherwise) {
+    const long long since = object.impl().getLastRefTime();
+    return since != 0 && since < otherwise && object.getReferenceCount() == 1 ? since : otherwise;
+}
+
+// At most ticks nothing is due. That is known without a walk until the object that has been idle for longest is due,
+// or else for the zombie time from the last walk on; and among very many a walk is faster out of the map's order.
 bool CachedMediaObj::isAnyDue(long long now, const MediaObj* only) {
+    const long long known = MediaObjImpl::getOldestRefTime();
+    if (only == nullptr && known != 0 && known + m_zombieTime > now) return false;
     if (!m_map.hasBatches()) return true;
+    long long oldest = Clock::nowRelative();
+    MediaObjImpl::raiseOldestRefTime(oldest);
     bool isAny = false;
     MediaObj* objects[Map::s_batch];
     std::size_t place = 0;
@@ -51,9 +62,11 @@ bool CachedMediaObj::isAnyDue(long long now, const MediaObj* only) {
                 isAny = true;
             } else {
                 startLostClock(objects[i]);
+                oldest = idleSince(*objects[i], oldest);
             }
         }
     }
+    MediaObjImpl::lowerOldestRefTime(isAny ? 0 : oldest);
     return isAny;
 }
 

@@ -83,6 +83,7 @@ bool CachedMediaObj::addToCache(Map::iterator entry, MediaObj* object, OsPathId 
     MediaObjImpl& impl = object->impl();
     impl.setCacheId(id);
     impl.setCached(true);
+    MediaObjImpl::lowerOldestRefTime(impl.getLastRefTime());
     if (object->getFileId() == 0) impl.setFileId(impl.m_fileList.getPathId(0));
     if (object->getFileId() != id && !addFileEntry(object, replaceEntry)) return false;
     if (entry == m_map.end()) {

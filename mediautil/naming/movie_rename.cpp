@@ -28,6 +28,17 @@ std::string absolutePath(const char* path) {
     return file.get() != nullptr ? file->getAbsolutePath() : std::string();
 }
 
+// An earlier rename of this object has left the path as it spelled it, up and down again. Where the straight one leads
+// to the same file it is the one to reckon with: the other would make a file that may stay look like one that moves.
+PathParser placeNow(const MediaObj& movie, MediaIdRec* id) {
+    const PathParser spelled(absolutePath(movie.getPath(id)).c_str());
+    const PathParser straight = RenamePlan::straight(spelled);
+    if (straight == spelled) return spelled;
+    const AutoRefPtr<FsFileIO> file(new FsFileIO("temp", straight.getPath(true), BasicIOTypes::Mode::ReadOnly));
+    const bool isSame = file.get() != nullptr && file->exists() && file->getPathId() == movie.getPathId(id);
+    return isSame ? straight : spelled;
+}
+
 // Under the switch that makes logs comparable, paths are told from the current folder on.
 std::string shown(PathParser path) {
     if (mediaObjDbg.on(MediaDbg::Validation)) path.trimHead(path.compareHead(PathParser::getcwd()));
@@ -93,8 +104,8 @@ OpResult MovieRename::plan(Touch touch) {
     const MediaObj::Namer& namer = own ? *own->getCbInfo() : *m_namer;
     const unsigned count = m_movie.getMediaCount();
     for (unsigned i = 1; i < count; ++i) {
-        const std::string media = absolutePath(m_movie.getPath(m_movie.getMediaId(i)));
-        m_pairs.push_back(AutoPtr<RenamePair>(new RenamePair(media.c_str())));
+        const PathParser media = placeNow(m_movie, m_movie.getMediaId(i));
+        m_pairs.push_back(AutoPtr<RenamePair>(new RenamePair(media.getPath(true))));
         OpResult result = planOne(*m_pairs.back(), m_movie.getMediaId(i), req, namer, touch);
         if (!result) return result;
     }

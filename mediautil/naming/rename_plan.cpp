@@ -53,4 +53,18 @@ PathParser spelledFrom(const PathParser& newMovie, const PathParser& media) {
     return path += media.tail(media.getNumElem() - common);
 }
 
+PathParser straight(const PathParser& path) {
+    const PathParser up("..");
+    PathParser walked("/");
+    for (int left = path.getNumElem() - 1; left >= 0; --left) {
+        const PathParser element = (path - left).tail(1);
+        if (element == up) {
+            walked.trimTail(1);
+        } else {
+            walked += element;
+        }
+    }
+    return walked;
+}
+
 }  // namespace RenamePlan

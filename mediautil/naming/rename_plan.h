@@ -36,4 +36,8 @@ bool temporaryNameFits(const char* newPath);
 // write into the movie.
 PathParser spelledFrom(const PathParser& newMovie, const PathParser& media);
 
+// The path with each ".." taken back by the element before it, as far as text can tell: behind a link that is another
+// place.
+PathParser straight(const PathParser& path);
+
 }  // namespace RenamePlan

@@ -8,6 +8,7 @@
 AtomicCounter MediaObjImpl::active(0);
 AtomicCounter MediaObjImpl::sSerialNum(0);
 unsigned MediaObjImpl::maxMediaHeaderSize;
+constinit MediaObjImpl::OldestRef MediaObjImpl::oldestRef;
 
 MediaObjImpl::MediaObjImpl(MediaObj* obj, unsigned long long version, MediaObj::CacheRefValue cacheRefs)
     : m_desc(obj),

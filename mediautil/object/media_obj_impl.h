@@ -48,7 +48,21 @@ public:
     unsigned long long getVersion() const { return m_version.load(std::memory_order_relaxed); }
     void setVersion(unsigned long long version) { m_version.store(version, std::memory_order_relaxed); }
     long long getLastRefTime() const { return m_lastRefTime.load(std::memory_order_relaxed); }
-    void setLastRefTime(long long time) { m_lastRefTime.store(time, std::memory_order_relaxed); }
+    void setLastRefTime(long long time) {
+        m_lastRefTime.store(time, std::memory_order_relaxed);
+        lowerOldestRefTime(time);
+    }
+
+    // No object that is idle has an older `getLastRefTime`, µs; 0 when that isn't known. Every stamp lowers it, and
+    // only a walk over all objects may raise it, to the time of the walk, since what comes to be idle later is stamped
+    // later.
+    static long long getOldestRefTime() { return oldestRef.m_time.load(std::memory_order_acquire); }
+    static void raiseOldestRefTime(long long time) { oldestRef.m_time.exchange(time, std::memory_order_acq_rel); }
+    static void lowerOldestRefTime(long long time) {
+        long long oldest = oldestRef.m_time.load(std::memory_order_relaxed);
+        while (time < oldest && !oldestRef.m_time.compare_exchange_weak(oldest, time, std::memory_order_acq_rel)) {
+        }
+    }
 
     // Frames that may be read now; makes the length watch on first use.
     unsigned long long getReadSafeFrameCount(const MediaObj* obj);
@@ -79,6 +93,12 @@ public:
     static unsigned maxMediaHeaderSize;
 
 private:
+    // On a line of memory of its own: each release of an idle object reads it.
+    struct alignas(64) OldestRef {
+        std::atomic<long long> m_time{0};
+    };
+    static OldestRef oldestRef;
+
     std::atomic<unsigned long long> m_cacheId{0};  // key in the cache map; not 0 once installed
     std::atomic<unsigned long long> m_fileId{0};   // of the primary file
     std::atomic<bool> m_cached{false};             // stands in the cache map

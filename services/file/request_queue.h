@@ -21,8 +21,8 @@ struct AsyncRequest {
     phantom_OBUF* m_obuf = nullptr;   // what is read into, or owned by a write
     unsigned long long m_offset = 0;  // bytes from the file's start
     FileOps::Begun m_begun;
-    unsigned m_size = 0;              // bytes
-    unsigned m_done = 0;              // bytes moved so far
+    unsigned m_size = 0;  // bytes
+    unsigned m_done = 0;  // bytes moved so far
     phantom_obAllocationId_t m_allocId = 0;
     int m_fd = -1;
     int m_result = 0;  // what a ring said last

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstring>
 #include <string>
 
@@ -22,8 +23,8 @@ public:
     }
     int read(void* memory, unsigned size) override { return readAt(0, memory, size); }
     int readAt(unsigned long long offset, void* memory, unsigned size) override {
-        ++m_readCalls;
-        if (m_readCalls == m_shortRead) size = size < m_shortBytes ? size : m_shortBytes;
+        const int call = ++m_readCalls;
+        if (call == m_shortRead) size = size < m_shortBytes ? size : m_shortBytes;
         if (m_readAnswer < 0) return m_readAnswer;
         if (offset >= m_content.size()) return 0;
         const std::size_t left = m_content.size() - offset;
@@ -80,7 +81,8 @@ public:
     unsigned m_shortBytes = 0;  // what it answers then
     bool* m_destroyed = nullptr;
 
-    int m_openCalls = 0, m_readCalls = 0, m_cachedCalls = 0, m_asyncCalls = 0;
+    int m_openCalls = 0, m_cachedCalls = 0, m_asyncCalls = 0;
+    std::atomic<int> m_readCalls{0};  // may come from several threads
     const BasicIOTypes::ReadHook* m_lastHook = nullptr;
     unsigned long long m_lastOffset = 0;
     unsigned m_lastSize = 0;

@@ -70,6 +70,66 @@ TEST_F(Expiry, IdleObjectStaysForTheZombieTimeAndThenGoesInOnePass) {
     EXPECT_EQ(m_deleted, 1);
 }
 
+TEST_F(Expiry, PassWithNothingDueRemembersSinceWhenTheOldestIsIdle) {
+    ScriptedMovie* older = idle("a.hdcam", m_deleted);
+    ScriptedMovie* newer = idle("b.hdcam", m_deleted);
+    const long long since = restart(newer) - s_zombieTime / 2;
+    older->impl().setLastRefTime(since);
+    for (int i = 0; i < 2; ++i) {
+        m_cache->expireZombies(since + s_zombieTime - 1, nullptr);
+        EXPECT_EQ(MediaObjImpl::getOldestRefTime(), since);
+        EXPECT_EQ(m_cache.mapSize(), 2u);
+    }
+    m_cache->expireZombies(since + s_zombieTime, nullptr);
+    EXPECT_EQ(m_deleted, 1);
+    EXPECT_EQ(m_cache.mapSize(), 1u);
+    // What it knew is gone with the oldest.
+    EXPECT_EQ(MediaObjImpl::getOldestRefTime(), 0);
+    const long long next = restart(newer);
+    m_cache->expireZombies(next + s_zombieTime - 1, nullptr);
+    EXPECT_EQ(MediaObjImpl::getOldestRefTime(), next);
+    m_cache->expireZombies(next + s_zombieTime, nullptr);
+    EXPECT_EQ(m_deleted, 2);
+}
+
+TEST_F(Expiry, ObjectThatComesToBeIdleAfterAPassIsDueInItsTime) {
+    ScriptedMovie* movie = open(scripted("a.hdcam", MovieScript()));
+    movie->m_deleted = &m_deleted;
+    m_cache->expireZombies(Clock::nowRelative(), nullptr);
+    const long long known = MediaObjImpl::getOldestRefTime();
+    EXPECT_GT(known, 0);
+    movie->release();
+    const long long since = movie->impl().getLastRefTime();
+    EXPECT_LE(known, since);
+    m_cache->expireZombies(since + s_zombieTime - 1, nullptr);
+    EXPECT_EQ(m_deleted, 0);
+    m_cache->expireZombies(since + s_zombieTime, nullptr);
+    EXPECT_EQ(m_deleted, 1);
+}
+
+TEST_F(Expiry, NewObjectIsLookedAtWhateverThePassBeforeHasSeen) {
+    idle("a.hdcam", m_deleted);
+    m_cache->expireZombies(Clock::nowRelative(), nullptr);
+    ASSERT_NE(MediaObjImpl::getOldestRefTime(), 0);
+    ScriptedMovie* newer = open(scripted("b.hdcam", MovieScript()));
+    EXPECT_EQ(MediaObjImpl::getOldestRefTime(), 0);
+    newer->release();
+}
+
+TEST_F(Expiry, ShorterZombieTimeAndANamedObjectAreHeededAfterAPassWithNothingDue) {
+    ScriptedMovie* named = idle("a.hdcam", m_deleted);
+    idle("b.hdcam", m_deleted);
+    m_cache->expireZombies(Clock::nowRelative(), nullptr);
+    ASSERT_EQ(m_cache.mapSize(), 2u);
+    m_cache->expireZombies(Clock::nowRelative(), named);
+    EXPECT_EQ(m_cache.mapSize(), 1u);
+    m_cache->expireZombies(Clock::nowRelative(), nullptr);
+    EXPECT_EQ(m_cache.mapSize(), 1u);
+    EXPECT_TRUE(mediaZombieTime.setFromOutside(0));
+    m_cache->expireZombies(Clock::nowRelative(), nullptr);
+    EXPECT_EQ(m_cache.mapSize(), 0u);
+}
+
 TEST_F(Expiry, DueObjectIsFlushedAndClosedBeforeItLeavesTheMap) {
     std::atomic<int> unused{0};
     ScriptedMovie* movie = idle("a.hdcam", unused);

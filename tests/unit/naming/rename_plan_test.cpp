@@ -121,3 +121,14 @@ TEST(RenamePlanOf, TheTemporaryNameFitsANewPathOf4087Bytes) {
     EXPECT_TRUE(RenamePlan::temporaryNameFits(std::string(4087, 'n').c_str()));
     EXPECT_FALSE(RenamePlan::temporaryNameFits(std::string(4088, 'n').c_str()));
 }
+
+TEST(RenamePlanOf, AStraightPathHasNoWaysUp) {
+    const auto straight = [](const char* path) {
+        return std::string(RenamePlan::straight(PathParser(path)).getPath(true));
+    };
+    EXPECT_EQ(straight("/a/b/x.wav"), "/a/b/x.wav");
+    EXPECT_EQ(straight("/a/b/../m/x.wav"), "/a/m/x.wav");
+    EXPECT_EQ(straight("/a/b/c/../../x.wav"), "/a/x.wav");
+    EXPECT_EQ(straight("/a/../../x.wav"), "/x.wav") << "above the root there is the root";
+    EXPECT_EQ(straight("/a/..b/...x"), "/a/..b/...x");
+}

@@ -266,6 +266,32 @@ TEST_F(Rename, TheObjectKeepsItsIdsAndIsRenamedAgain) {
               listed({{"m/old.hdcam", "m/old.hdcam"}, {"m/new_1.wav", "m/take0.wav"}, {"m/new_2.wav", "m/take1.wav"}}));
 }
 
+TEST_F(Rename, MediaUpAndSidewaysThatStayKeepTheirNamesInASecondRename) {
+    const Held movie(make("r/a/b/old.hdcam", {"r/a/side/x.wav"}));
+    EXPECT_TRUE(movie->rename(at("r/c/d/new.hdcam").c_str(), false, nullptr));
+    EXPECT_EQ(std::filesystem::path(pathsOf(*movie)[1]).lexically_normal(), at("r/c/side/x.wav"));
+    // Its place comes out as the one that it has, however the last rename spelled it.
+    EXPECT_TRUE(movie->rename(at("r/c/e/new.hdcam").c_str(), false, nullptr));
+    EXPECT_EQ(files(), listed({{"r/c/e/new.hdcam", "r/a/b/old.hdcam"}, {"r/c/side/x.wav", "r/a/side/x.wav"}}));
+    // And it goes along once more.
+    EXPECT_TRUE(movie->rename(at("r/f/new.hdcam").c_str(), false, nullptr));
+    EXPECT_EQ(files(), listed({{"r/f/new.hdcam", "r/a/b/old.hdcam"}, {"r/side/x.wav", "r/a/side/x.wav"}}));
+}
+
+TEST_F(Rename, AWayUpBehindALinkIsLeftAsItIs) {
+    m_tree.write("r/far/side/x.wav", "x");
+    m_tree.write("r/far/in/old.hdcam", "movie");
+    std::filesystem::create_symlink(at("r/far/in"), at("r/link"));
+    kit::MovieScript script;
+    script.audioIn(at("r/link/../side/x.wav"), 1);
+    const Held movie(new RenamedMovie(script, at("r/link/old.hdcam"), true, MediaObj::CacheRefValue::None));
+    ToldNamer namer;
+    namer.m_refuse = 1;
+    EXPECT_TRUE(isWarning(movie->rename(at("r/n/new.hdcam").c_str(), true, &namer), 1));
+    ASSERT_EQ(namer.m_asked.size(), 1u);
+    EXPECT_EQ(namer.m_asked[0].m_proposal, at("r/n/../side/x.wav"));
+}
+
 // ---- names
 
 TEST_F(Rename, ATakenNameSendsTheFileThroughTheNamer) {
