@@ -28,7 +28,6 @@ void forceMediaUtilLink() {
 void forceLinkGxfMediaObj() {}
 void forceLinkMxfMediaObj() {}
 void forceLinkAesMediaObj() {}
-void forceLinkQtMediaObj() {}
 void forceLinkMpegMediaObj() {}
 void forceLinkMpeg4MediaObj() {}
 void forceLinkAvcMediaObj() {}

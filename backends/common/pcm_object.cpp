@@ -51,8 +51,15 @@ public:
     // Samples follow each other without a frame's bounds: what the buffer holds is its own repeat.
     bool fillFwdRepeat(MediaSampleBuf& buf) const override { return buf.size() != 0; }
     bool fillBakRepeat(MediaSampleBuf& buf) const override { return buf.size() != 0; }
+    // Codes of A-law aren't samples: steps from one to the next say nothing of the sound.
+    AutoPtr<char> validate(phantom_OBUF* data) const override { return validatePlain(data); }
+    AutoPtr<char> validate(const MediaIoBuf& data) const override { return validatePlain(data); }
 
 private:
+    template <class Data>
+    AutoPtr<char> validatePlain(Data&& data) const {
+        return m_encoding == MediaEncodingType::Pcm ? PcmClip::validate(data) : AutoPtr<char>(nullptr);
+    }
     int silence() const {
         if (m_encoding == MediaEncodingType::ALaw) return s_silentALaw;
         return m_type == MediaFileType::Wav && m_bitsPerUnit == 8 ? s_silentUnsigned : 0;

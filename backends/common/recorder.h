@@ -53,7 +53,8 @@ protected:
     virtual OpResult keepUp(std::uint64_t end, Moment moment) MO_REQUIRES(m_mutex);
     // Writes beside the essence, behind what is under way.
     OpResult put(std::uint64_t offset, const std::uint8_t* bytes, unsigned size) MO_REQUIRES(m_mutex);
-    // Reads what has been written beside the essence. Requires: nothing under way. Fails: false when it isn't all there.
+    // Reads what has been written beside the essence. Requires: nothing under way. Fails: false when it isn't all
+    // there.
     bool get(std::uint64_t offset, std::uint8_t* bytes, unsigned size) MO_REQUIRES(m_mutex);
 
     OpResult failed(const char* what) const;

@@ -41,6 +41,7 @@ unsigned sizeOf(MediaFileType type) { return type == MediaFileType::Dv ? dvSyste
 
 const char* suffixOf(MediaFileType type) {
     if (type == MediaFileType::Dv) return ".dv";
+    if (type == MediaFileType::QuickTime) return ".mov";
     return type == MediaFileType::Wav ? ".wav" : ".aiff";
 }
 
@@ -63,22 +64,37 @@ bool Recording::begin(const std::string& path, MediaFileType type, unsigned rate
     OpResult result;
     m_movie = MediaObj::openWriter(path.c_str(), false, result, MediaContainment::Embedded, type, nullptr,
                                    BasicIOTypes::SizeAdvice::None);
-    if (m_movie != nullptr) m_track = m_movie->createTrack(param, result);
-    const bool isMade = m_track != nullptr && m_track->createClip(param, result) != nullptr;
     result.discard();
-    return isMade;
+    if (m_movie == nullptr) return false;
+    m_track = makeTrack(param);
+    if (type == MediaFileType::QuickTime) m_second = makeTrack(param);
+    return m_track != nullptr && (type != MediaFileType::QuickTime || m_second != nullptr);
+}
+
+MediaTrackDesc* Recording::makeTrack(const MediaClipParam& param) {
+    OpResult result;
+    MediaTrackDesc* const track = m_movie->createTrack(param, result);
+    const bool isMade = track != nullptr && track->createClip(param, result) != nullptr;
+    result.discard();
+    return isMade ? track : nullptr;
 }
 
 bool Recording::write(unsigned count, bool async) {
+    const std::string bytes = essence(m_type, m_samples, count);
+    const bool isWritten =
+        writeTo(*m_track, count, bytes, async) && (m_second == nullptr || writeTo(*m_second, count, bytes, async));
+    m_samples += count;
+    return isWritten;
+}
+
+bool Recording::writeTo(MediaTrackDesc& track, unsigned count, const std::string& bytes, bool async) {
     SampleInfo info;
     info.reset(count * sizeOf(m_type));
     MediaSampleInMovie where;
     OpResult result;
-    const bool isEntered = m_track->addSamples(MediaRecordReq(m_samples, count, info), where, result);
+    const bool isEntered = track.addSamples(MediaRecordReq(m_samples, count, info), where, result);
     result.discard();
     if (!isEntered) return false;
-    const std::string bytes = essence(m_type, m_samples, count);
-    m_samples += count;
     if (async) return m_movie->vaWrite(where, kit::obufOf(bytes)).success();
     MediaIoBuf buffer;
     kit::fill(buffer, bytes);

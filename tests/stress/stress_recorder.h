@@ -5,6 +5,7 @@
 #include "shared/include/object/media_obj.h"
 
 class DvSystem;
+class MediaClipParam;
 class MediaTrackDesc;
 
 // What the tests of recorders share: a recording whose every byte tells its place.
@@ -20,7 +21,8 @@ const char* suffixOf(MediaFileType type);
 // What samples are made of. Frames are black, with their number at the end of each block of the picture.
 std::string essence(MediaFileType type, unsigned long long sample, unsigned count);
 
-// A recorder of one clip, which gives up at the first failure.
+// A recorder of one clip, which gives up at the first failure. A movie of several tracks gets the same samples in a
+// second one, so that those of the first don't lie one behind the other.
 class Recording {
 public:
     // `rate` is that of sound.
@@ -33,8 +35,12 @@ public:
     unsigned long long getSamples() const { return m_samples; }
 
 private:
+    MediaTrackDesc* makeTrack(const MediaClipParam& param);
+    bool writeTo(MediaTrackDesc& track, unsigned count, const std::string& bytes, bool async);
+
     MediaObj* m_movie = nullptr;
     MediaTrackDesc* m_track = nullptr;
+    MediaTrackDesc* m_second = nullptr;
     MediaFileType m_type = MediaFileType::Unknown;
     unsigned long long m_samples = 0;
 };

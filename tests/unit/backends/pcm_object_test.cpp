@@ -6,8 +6,10 @@
 #include "shared/include/description/media_clip_param.h"
 #include "shared/include/description/media_track_desc.h"
 #include "shared/include/io/media_io_buf.h"
+#include "shared/include/object/switches.h"
 #include "tests/kit/cache_scene.h"
 #include "tests/kit/samples.h"
+#include "tests/kit/switch_guard.h"
 
 // Movies of sound without a file, of which WAV and AIFF make a track and a clip for others.
 
@@ -104,4 +106,21 @@ TEST_F(PcmObjects, AnEmptyBufferIsntFilled) {
     EXPECT_FALSE(clip->fillBlack(buf, FixedPoint<16>(0), FixedPoint<16>(1), false));
     EXPECT_FALSE(clip->fillFwdRepeat(buf));
     EXPECT_FALSE(clip->fillBakRepeat(buf));
+}
+
+TEST_F(PcmObjects, CodesOfALawArentJudgedAsSamples) {
+    const kit::SwitchGuard guard(mediaValidate);
+    mediaValidate.set(1u << MediaVal::Pcm);
+    MediaIoBuf jumps;
+    kit::fill(jumps, std::string("\0\x7F\0\x7F", 4));
+    phantom_OBUF* const obuf = kit::obufOf(kit::bytesOf(jumps));
+    const MediaClipDesc* clip = make(MediaFileType::Wav, sound(1, 8, MediaEndian::Big, MediaEncodingType::ALaw));
+    ASSERT_NE(clip, nullptr);
+    EXPECT_EQ(clip->validate(jumps).get(), nullptr);
+    EXPECT_EQ(clip->validate(obuf).get(), nullptr);
+    clip = make(MediaFileType::Aiff, sound(1, 8, MediaEndian::Big));
+    ASSERT_NE(clip, nullptr);
+    EXPECT_STREQ(clip->validate(jumps).get(), "4 samples,ch0:,3 over,max=127,ac3:expected 2,got 0 samples");
+    EXPECT_STREQ(clip->validate(obuf).get(), "4 samples,ch0:,3 over,max=127,ac3:expected 2,got 0 samples");
+    obufFree(obuf);
 }
