@@ -12,6 +12,8 @@ ExitCode runFormats(Output& output);
 ExitCode runWatch(const WatchOptions& options, Output& output);
 ExitCode runPlay(const PlayOptions& options, bool quiet, Output& output);
 ExitCode runRecord(const RecordOptions& options, bool quiet, Output& output);
+ExitCode runRename(const RenameOptions& options, Output& output);
+ExitCode runValidate(const ValidateOptions& options, bool quiet, Output& output);
 ExitCode runStatus(const StatusOptions& options, Output& output);
 ExitCode runSwitch(const SwitchOptions& options, Output& output);
 ExitCode runGenerate(const GenerateOptions& options, Output& output);

@@ -97,8 +97,14 @@ bool FrameList::ask(unsigned long long frame, MediaSampleInMovie& where, std::op
     }
     OpResult result;
     if (clip->getFrameInfo(MediaPlayReq(samples.m_sample, samples.m_count), where, result)) return true;
-    if (!result) failure = Failure::from(result, m_track.getObj().getPath(nullptr));
-    return false;
+    if (!result) {
+        failure = Failure::from(result, m_track.getObj().getPath(nullptr));
+        return false;
+    }
+    // A gap between clips has frames and no samples.
+    if (clip->getMediaId() != nullptr) return false;
+    where.m_count = 0;
+    return true;
 }
 
 bool FrameList::locate(unsigned long long at, unsigned long long, unsigned, Stretch& stretch,

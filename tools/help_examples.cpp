@@ -9,7 +9,7 @@ struct Example {
     const char* m_text;
 };
 
-constexpr std::array<Example, 10> s_examples = {{
+constexpr std::array<Example, 12> s_examples = {{
     {"info",
      "mediacore info interview.wav\n"
      "    what the movie is, its tracks, clips and files\n"
@@ -19,6 +19,8 @@ constexpr std::array<Example, 10> s_examples = {{
      "    which of these files can't be opened\n"
      "mediacore info --field durationSeconds interview.wav\n"
      "    one bare value\n"
+     "mediacore info --xml -o interview.xml interview.wav\n"
+     "    all of it as XML, in a new file\n"
      "mediacore info -- -odd-name.wav\n"
      "    a name that looks like an option\n"},
     {"read",
@@ -58,11 +60,27 @@ constexpr std::array<Example, 10> s_examples = {{
      "    raw samples as a movie\n"
      "arecord -t raw -f S24_3LE -r 48000 -c 2 | mediacore record live.wav --from - --jsonl\n"
      "    from a sound card until a signal comes, with a line for each second that is safe\n"},
+    {"rename",
+     "mediacore rename interview.mov archive/2026/monday.mov\n"
+     "    the media files go along and keep their places beside the movie\n"
+     "mediacore rename --media --dry-run interview.mov monday.mov\n"
+     "    what the media files would be called after the new name\n"
+     "mediacore rename take.wav archive/\n"
+     "    into a folder, under the name that it has\n"},
+    {"validate",
+     "mediacore validate interview.aiff\n"
+     "    a line for each block of sound with jumps that no sound has\n"
+     "mediacore validate --json *.mov | jq -r '.files[] | select(.findings[0]) | .path'\n"
+     "    which of these movies have findings\n"
+     "MEDIACORE_SWITCHES=validatePcmPowerLimit=4 mediacore validate loud.aiff\n"
+     "    jumps of more than a quarter of the full scale only\n"},
     {"status",
      "mediacore status 4711\n"
      "    what that process has open and under way\n"
      "mediacore status --json --ctl /run/mediacore 4711 | jq '.status.objects[] | select(.holders > 0) | .path'\n"
-     "    which movies are held\n"},
+     "    which movies are held\n"
+     "mediacore status --openmetrics 4711 > /var/lib/node_exporter/mediacore.prom\n"
+     "    its counters, for a collector that reads files\n"},
     {"switch",
      "mediacore switch 4711\n"
      "    all switches of that process\n"

@@ -1,5 +1,7 @@
 #include "tools/info_document.h"
 
+#include <algorithm>
+
 #include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_movie_desc.h"
 #include "shared/include/description/media_names.h"
@@ -84,8 +86,21 @@ Json describeTimecode(const MediaTimecode& timecode) {
     return Json{{"text", timecode.toString().get()}, {"dropFrame", timecode.m_dropFrame}};
 }
 
+// The names of a list that is joined by commas.
+Json namesIn(const std::string& list) {
+    Json names = Json::array();
+    for (std::size_t at = 0; at < list.size();) {
+        const std::size_t comma = std::min(list.find(',', at), list.size());
+        names.push_back(list.substr(at, comma - at));
+        at = comma + 1;
+    }
+    return names;
+}
+
 // What a movie need not have.
 void addRest(const MediaObj& movie, Json& facts) {
+    if (const char* umid = movie.getUmid(); umid != nullptr) facts["umid"] = umid;
+    if (const Json names = namesIn(movie.getClipProperties()); !names.empty()) facts["clipProperties"] = names;
     const MediaTimecode timecode = movie.getTimecode();
     if (timecode.isValid()) facts["timecode"] = describeTimecode(timecode);
     if (const unsigned gop = movie.getMovieGopLength(); gop != 0) facts["gopLength"] = gop;

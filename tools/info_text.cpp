@@ -70,6 +70,7 @@ std::string restText(const Json& movie) {
         const Json& timecode = movie["timecode"];
         text += row("timecode", textAt(timecode, "text") + (timecode["dropFrame"].get<bool>() ? ", drop-frame" : ""));
     }
+    if (movie.contains("umid")) text += row("umid", textAt(movie, "umid"));
     if (movie.contains("gopLength")) text += row("gop", numberAt(movie, "gopLength") + " frames");
     return text;
 }

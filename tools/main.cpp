@@ -48,6 +48,10 @@ ExitCode runCommand(const Options& options, Output& output) {
             return runPlay(options.m_play, options.m_quiet, output);
         case Command::Record:
             return runRecord(options.m_record, options.m_quiet, output);
+        case Command::Rename:
+            return runRename(options.m_rename, output);
+        case Command::Validate:
+            return runValidate(options.m_validate, options.m_quiet, output);
         case Command::Status:
             return runStatus(options.m_status, output);
         case Command::Switch:

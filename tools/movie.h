@@ -20,6 +20,7 @@ public:
     Movie(const std::string& path, MediaObj* object) : m_path(path), m_object(object) {}
 
     const MediaObj* get() const { return m_object.get(); }
+    MediaObj* get() { return m_object.get(); }
     const MediaObj& operator*() const { return *m_object.get(); }
     const std::optional<Failure>& failure() const { return m_failure; }
     const std::string& path() const { return m_path; }

@@ -74,6 +74,8 @@ public:
         addWatch();
         addPlay();
         addRecord();
+        addRename();
+        addValidate();
         addStatus();
         addSwitch();
         addGenerate();
@@ -90,12 +92,15 @@ public:
         finishNumbers(options);
         for (std::string& file : options.m_info.m_files)
             unguard(file);
+        for (std::string& file : options.m_validate.m_files)
+            unguard(file);
         for (std::string& argument : options.m_switch.m_arguments)
             unguard(argument);
         for (std::string* text :
-             {&options.m_read.m_range.m_file, &options.m_frames.m_range.m_file, &options.m_read.m_target,
-              &options.m_watch.m_file, &options.m_play.m_file, &options.m_play.m_target, &options.m_record.m_file,
-              &options.m_record.m_source, &options.m_status.m_process.m_process, &options.m_status.m_process.m_folder,
+             {&options.m_info.m_target, &options.m_read.m_range.m_file, &options.m_frames.m_range.m_file,
+              &options.m_read.m_target, &options.m_watch.m_file, &options.m_play.m_file, &options.m_play.m_target,
+              &options.m_record.m_file, &options.m_record.m_source, &options.m_rename.m_file,
+              &options.m_rename.m_target, &options.m_status.m_process.m_process, &options.m_status.m_process.m_folder,
               &options.m_switch.m_process.m_process, &options.m_switch.m_process.m_folder, &options.m_switch.m_action})
             unguard(*text);
         return options;
@@ -135,6 +140,9 @@ private:
                 finish("--rate", m_sound.m_rate, 1, options.m_record.m_rate);
                 finish("--channels", m_sound.m_channels, 1, options.m_record.m_channels);
                 return finish("--bits", m_sound.m_bits, 1, options.m_record.m_bits);
+            case Command::Validate:
+                options.m_validate.m_progress = progressOf(m_progress);
+                return;
             case Command::Status:
                 return finish("--timeout", m_timeout, 1, options.m_status.m_process.m_timeout);
             case Command::Switch:
@@ -232,7 +240,13 @@ private:
     void addInfo() {
         CLI::App* sub = addCommand("info", Command::Info, "Tell what movies are: timecode, tracks, clips, files");
         sub->add_option("FILE", m_options.m_info.m_files, "Movies")->required()->type_name("...");
+        addFlag(sub, "--xml", m_options.m_info.m_xml, "Print one XML document (docs/schema/info.xsd)");
+        addOption(sub, "-o,--output", m_options.m_info.m_target, "OUT",
+                  "A new file for the XML; - is standard output, which is the default")
+            ->needs(sub->get_option("--xml"));
         addOutput(sub, m_options.m_info.m_output, "Print one JSON document (docs/schema/info.json)", "movies.0.frames");
+        for (const char* other : {"--json", "--field"})
+            sub->get_option("--xml")->excludes(sub->get_option(other));
     }
 
     void addRead() {
@@ -305,6 +319,27 @@ private:
                   "record.samples");
     }
 
+    void addRename() {
+        RenameOptions& rename = m_options.m_rename;
+        CLI::App* sub = addCommand("rename", Command::Rename, "Rename or move a movie with its media files");
+        sub->add_option("OLD", rename.m_file, "The movie")->required()->type_name("");
+        sub->add_option("NEW", rename.m_target, "Its new path, or a folder that takes it under its name")
+            ->required()
+            ->type_name("");
+        addFlag(sub, "--media", rename.m_media, "Name the media files after the movie, too");
+        addFlag(sub, "--dry-run", rename.m_dryRun, "Only say what would move");
+        addOutput(sub, rename.m_output, "Print what moved as one JSON document (docs/schema/rename.json)",
+                  "rename.files.0.to");
+    }
+
+    void addValidate() {
+        ValidateOptions& validate = m_options.m_validate;
+        CLI::App* sub = addCommand("validate", Command::Validate, "Read all essence and tell what is wrong with it");
+        sub->add_option("FILE", validate.m_files, "Movies")->required()->type_name("...");
+        addProgress(sub, "bar, plain, json or none, on standard error; a bar on a terminal");
+        addOutput(sub, validate.m_output, "Print one JSON document (docs/schema/validate.json)", "files.0.findings");
+    }
+
     void addProcess(CLI::App* sub, ProcessOptions& process) {
         sub->add_option("PROCESS", process.m_process, "Its number, or the path of its control socket")
             ->required()
@@ -318,7 +353,10 @@ private:
         StatusOptions& status = m_options.m_status;
         CLI::App* sub = addCommand("status", Command::Status, "Show what a running process has open and under way");
         addProcess(sub, status.m_process);
+        addFlag(sub, "--openmetrics", status.m_openMetrics, "Print its counters in the text form of OpenMetrics");
         addOutput(sub, status.m_output, "Print one JSON document (docs/schema/status.json)", "status.verdicts.update");
+        for (const char* document : {"--json", "--field"})
+            sub->get_option("--openmetrics")->excludes(sub->get_option(document));
     }
 
     void addSwitch() {
@@ -375,8 +413,8 @@ OptionEntry entryOf(const CLI::Option& option) {
     entry.m_text = option.get_description();
     entry.m_variable = option.get_envname();
     const std::string type = option.get_type_name(), place = option.get_name(true);
-    entry.m_takesFile =
-        type == "OUT" || type == "RAW" || type == "DIR" || place == "FILE" || place == "OUT" || place == "PROCESS";
+    entry.m_takesFile = type == "OUT" || type == "RAW" || type == "DIR" || place == "FILE" || place == "OUT" ||
+                        place == "OLD" || place == "NEW" || place == "PROCESS";
     if (option.get_positional()) {
         entry.m_names.push_back(option.get_name(true));
         entry.m_choices = choicesOf(entry.m_names.front());
@@ -441,6 +479,10 @@ const OutputOptions& Options::output() const {
             return m_play.m_output;
         case Command::Record:
             return m_record.m_output;
+        case Command::Rename:
+            return m_rename.m_output;
+        case Command::Validate:
+            return m_validate.m_output;
         case Command::Status:
             return m_status.m_output;
         case Command::Switch:

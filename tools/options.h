@@ -9,7 +9,21 @@
 
 // The command line as plain values. Names of files are bytes and stay as they were given.
 
-enum class Command : std::uint32_t { None, Info, Read, Frames, Formats, Watch, Play, Record, Status, Switch, Generate };
+enum class Command : std::uint32_t {
+    None,
+    Info,
+    Read,
+    Frames,
+    Formats,
+    Watch,
+    Play,
+    Record,
+    Rename,
+    Validate,
+    Status,
+    Switch,
+    Generate
+};
 enum class ProgressKind : std::uint32_t { Auto, Bar, Plain, Json, None };
 
 struct OutputOptions {
@@ -22,6 +36,8 @@ struct OutputOptions {
 
 struct InfoOptions {
     std::vector<std::string> m_files;
+    bool m_xml = false;
+    std::string m_target;  // a new file for the XML; empty is standard output
     OutputOptions m_output;
 };
 
@@ -78,6 +94,20 @@ struct RecordOptions {
     OutputOptions m_output;
 };
 
+struct RenameOptions {
+    std::string m_file;
+    std::string m_target;   // the new path, or a folder
+    bool m_media = false;   // media files get new names too
+    bool m_dryRun = false;  // only say what would move
+    OutputOptions m_output;
+};
+
+struct ValidateOptions {
+    std::vector<std::string> m_files;
+    ProgressKind m_progress = ProgressKind::Auto;
+    OutputOptions m_output;
+};
+
 // A running process and the way to it.
 struct ProcessOptions {
     std::string m_process;    // its number, or the path of its control socket
@@ -87,6 +117,7 @@ struct ProcessOptions {
 
 struct StatusOptions {
     ProcessOptions m_process;
+    bool m_openMetrics = false;  // the counters alone, in that form
     OutputOptions m_output;
 };
 
@@ -113,6 +144,8 @@ struct Options {
     WatchOptions m_watch;
     PlayOptions m_play;
     RecordOptions m_record;
+    RenameOptions m_rename;
+    ValidateOptions m_validate;
     StatusOptions m_status;
     SwitchOptions m_switch;
     GenerateOptions m_generate;

@@ -18,6 +18,7 @@
 #include "tools/events.h"
 #include "tools/interrupt.h"
 #include "tools/movie.h"
+#include "tools/mpeg_pictures.h"
 #include "tools/progress.h"
 #include "tools/sample_source.h"
 
@@ -29,6 +30,11 @@ constexpr unsigned s_head = 4;  // bytes of a DV frame that tell it apart
 // Whether a header section of the first sequence and channel stands there, of the system of 50 or 60 fields.
 bool isFrameOfDv(const unsigned char* bytes, bool isOf50) {
     return (bytes[0] & 0xE0) == 0 && (bytes[1] & 0xF8) == 0 && bytes[2] == 0 && ((bytes[3] & 0x80) != 0) == isOf50;
+}
+
+// Whether a movie gets a stream of DV and not sound: the bits that are reserved tell it apart from silence too.
+bool isMarkOfDv(const unsigned char* bytes) {
+    return bytes[0] == 0x1F && bytes[1] == 0x07 && bytes[2] == 0 && (bytes[3] & 0x7F) == 0x3F;
 }
 
 // A recording under way. What was taken in is in the file at its end, whatever ended it.
@@ -46,7 +52,11 @@ public:
 
 private:
     std::optional<Failure> describe(MediaClipParam& param);
-    std::optional<Failure> describeFrames(MediaClipParam& param);
+    std::optional<Failure> describeFrames(MediaFileType type, MediaClipParam& param);
+    std::optional<Failure> describePictures(MediaClipParam& param);
+    bool beginsWith(bool (*isMark)(const unsigned char* bytes));
+    bool takePicture();
+    bool isOfPictures() const { return m_pictures.has_value(); }
     bool checkFrame();
     std::optional<Failure> create(const MediaClipParam& param);
     Failure explain(OpResult& result, const char* what) const;
@@ -66,6 +76,8 @@ private:
     MediaObj* m_movie = nullptr;        // with a reference and its writer
     MediaTrackDesc* m_track = nullptr;  // borrowed from the movie
     std::string m_trackName;
+    std::optional<MpegPictures> m_pictures;  // of a stream of them, which differ in size
+    SampleCodingType m_kind = SampleCodingType::I;
     MediaIoBuf m_block;
     std::optional<Failure> m_failure;
     unsigned m_size = 0;             // bytes a sample
@@ -76,6 +88,7 @@ private:
     bool m_isOf50 = false;           // fields a second, not 60
     unsigned long long m_taken = 0;  // samples in the file
     unsigned long long m_safe = 0;   // of these on the disk
+    unsigned long long m_bytes = 0;  // of those in the file
     bool m_interrupted = false;
     bool m_deaf = false;  // nobody takes the events
 };
@@ -90,8 +103,24 @@ Failure Recording::explain(OpResult& result, const char* what) const {
     return Failure::make(ExitCode::SomeFailed, MediaCode::InternalError, m_options.m_file, what);
 }
 
+bool Recording::beginsWith(bool (*isMark)(const unsigned char* bytes)) {
+    std::array<unsigned char, s_head> head{};
+    std::optional<Failure> failure;  // is met again when the source is read
+    return m_source.peek(head.data(), head.size(), failure) && isMark(head.data());
+}
+
+// A stream of MPEG-2 is cut into its pictures.
+std::optional<Failure> Recording::describePictures(MediaClipParam& param) {
+    std::optional<Failure> failure;
+    m_pictures.emplace(m_source);
+    m_perBlock = 1;
+    if (m_pictures->describe(param, failure) || failure) return failure;
+    return Failure::make(ExitCode::BadFile, MediaCode::UnsupportedMediaType, m_options.m_source,
+                         "it has no picture of MPEG-2 that can be recorded");
+}
+
 // A stream of DV says itself what it is.
-std::optional<Failure> Recording::describeFrames(MediaClipParam& param) {
+std::optional<Failure> Recording::describeFrames(MediaFileType type, MediaClipParam& param) {
     std::array<unsigned char, s_head> head{};
     std::optional<Failure> failure;
     const bool hasHead = m_source.peek(head.data(), head.size(), failure);
@@ -100,8 +129,7 @@ std::optional<Failure> Recording::describeFrames(MediaClipParam& param) {
     m_isFrames = true;
     m_perBlock = 1;
     if (hasHead && isFrameOfDv(head.data(), m_isOf50) &&
-        param.initVideo(MediaFileType::Dv, MediaEncodingType::Dv,
-                        m_isOf50 ? MediaVideoRate::Pal25 : MediaVideoRate::Ntsc2997))
+        param.initVideo(type, MediaEncodingType::Dv, m_isOf50 ? MediaVideoRate::Pal25 : MediaVideoRate::Ntsc2997))
         return std::nullopt;
     return Failure::make(ExitCode::BadFile, MediaCode::UnsupportedMediaType, m_options.m_source,
                          "it doesn't begin with a frame of DV");
@@ -109,7 +137,9 @@ std::optional<Failure> Recording::describeFrames(MediaClipParam& param) {
 
 std::optional<Failure> Recording::describe(MediaClipParam& param) {
     const MediaFileType type = MediaNames::getFileType(m_options.m_file.c_str());
-    if (type == MediaFileType::Dv) return describeFrames(param);
+    const bool isMovie = type == MediaFileType::QuickTime;
+    if (type == MediaFileType::Dv || (isMovie && beginsWith(&isMarkOfDv))) return describeFrames(type, param);
+    if (isMovie && beginsWith(&MpegPictures::isMark)) return describePictures(param);
     m_perBlock = std::max(1u, m_options.m_rate / s_blocksPerSecond);
     const bool isGood = param.initAudio(type, MediaEncodingType::Pcm, MediaVideoRate::Unknown, m_options.m_rate,
                                         m_options.m_channels, m_options.m_bits);
@@ -131,7 +161,8 @@ std::optional<Failure> Recording::create(const MediaClipParam& param) {
     if (m_movie == nullptr) return explain(result, "somebody else has the file");
     m_track = m_movie->createTrack(param, result);
     const MediaClipDesc* const clip = m_track != nullptr ? m_track->createClip(param, result) : nullptr;
-    if (clip != nullptr && clip->getLookup() != nullptr && clip->getLookup()->getFixedSize() != 0) {
+    const bool hasSize = clip != nullptr && clip->getLookup() != nullptr && clip->getLookup()->getFixedSize() != 0;
+    if (hasSize || (clip != nullptr && isOfPictures())) {
         m_size = clip->getLookup()->getFixedSize();
         m_trackName = trackName(*m_movie, m_track->getTrackIndex());
         result.discard();
@@ -158,7 +189,8 @@ std::optional<Failure> Recording::open() {
 
 bool Recording::write(unsigned count) {
     SampleInfo info;
-    info.reset(count * m_size);
+    info.reset(m_block.size());
+    if (isOfPictures()) info.setEncoding(m_kind);
     MediaSampleInMovie where;
     OpResult result;
     if (!m_track->addSamples(MediaRecordReq(m_taken, count, info), where, result)) {
@@ -171,6 +203,7 @@ bool Recording::write(unsigned count) {
         return false;
     }
     m_taken += count;
+    m_bytes += m_block.size();
     return true;
 }
 
@@ -202,7 +235,7 @@ bool Recording::tell(const char* event) {
     if (!m_options.m_output.m_lines) return true;
     Json line{{"event", event}, {"track", m_trackName}, {"samples", m_taken}};
     if (std::strcmp(event, "done") == 0) {
-        line["bytes"] = m_taken * m_size;
+        line["bytes"] = m_bytes;
         line["interrupted"] = m_interrupted;
     }
     m_deaf = !m_events.add(line, "");
@@ -238,6 +271,19 @@ bool Recording::takeBlock() {
     return more;
 }
 
+bool Recording::takePicture() {
+    std::string picture;
+    const bool more = m_pictures->next(picture, m_kind, m_failure);
+    if (!more) return false;
+    const auto size = static_cast<unsigned>(picture.size());
+    if (!m_block.resize(size, MediaIoBuf::Preservation::Discard, MediaIoBuf::AllocChange::KeepForeign)) {
+        m_failure = Failure{ExitCode::SomeFailed, 0, "no memory", m_options.m_file, ""};
+        return false;
+    }
+    std::memcpy(m_block.getMem(), picture.data(), size);
+    return write(1);
+}
+
 void Recording::run() {
     const ProgressKind kind = m_options.m_progress == ProgressKind::Auto && !Progress::hasTerminal()
                                   ? ProgressKind::None
@@ -246,8 +292,8 @@ void Recording::run() {
     Pace pace(m_options.m_realtime ? m_perSecond : 0);
     bool more = true;
     while (goesOn() && more && !Interrupt::isPending()) {
-        more = takeBlock();
-        progress.update(m_taken * m_size);
+        more = isOfPictures() ? takePicture() : takeBlock();
+        progress.update(m_bytes);
         if (!m_failure && static_cast<double>(m_taken - m_safe) >= m_perSecond) more = makeSafe() && more;
         if (more) pace.waitFor(m_taken);
     }
@@ -274,8 +320,8 @@ ExitCode Recording::finish() {
     tell("done");
     const std::string samples = std::to_string(m_taken);
     if (!m_output.options().wantsDocument()) return m_output.endWith(ExitCode::Done);
-    const Json recorded{{"path", m_options.m_file},  {"track", m_trackName}, {"samples", m_taken},
-                        {"bytes", m_taken * m_size}, {"rate", m_perSecond},  {"interrupted", m_interrupted}};
+    const Json recorded{{"path", m_options.m_file}, {"track", m_trackName}, {"samples", m_taken},
+                        {"bytes", m_bytes},         {"rate", m_perSecond},  {"interrupted", m_interrupted}};
     return m_output.printDocument(Json{{"schemaVersion", s_schemaVersion}, {"record", recorded}});
 }
 

@@ -1,3 +1,4 @@
+#include "shared/include/object/core_subsystem.h"
 #include "tools/commands.h"
 #include "tools/control_connection.h"
 #include "tools/status_text.h"
@@ -19,12 +20,25 @@ bool add(ControlConnection& process, const char* command, Json& status, std::opt
     return true;
 }
 
+// The counters as the process writes them.
+ExitCode printMetrics(ControlConnection& process, Output& output) {
+    ControlConnection::Reply reply;
+    std::optional<Failure> failure;
+    if (!process.ask("metrics", Json::object(), reply, failure)) return output.fail(*failure);
+    if (!reply.m_done || !reply.m_result.is_string()) {
+        const char* const what = reply.m_done ? "the answer is no text" : reply.m_reason.c_str();
+        return output.fail(Failure::make(ExitCode::BadFile, MediaCode::UnsupportedMediaType, process.path(), what));
+    }
+    return output.print(reply.m_result.get<std::string>()) ? ExitCode::Done : ExitCode::IoError;
+}
+
 }  // namespace
 
 ExitCode runStatus(const StatusOptions& options, Output& output) {
     ControlConnection process(options.m_process);
     std::optional<Failure> failure = process.open();
     if (failure) return output.fail(*failure);
+    if (options.m_openMetrics) return printMetrics(process, output);
     Json status{{"socket", process.path()}, {"pid", process.pid()}};
     for (const char* command : {"version", "objects", "verdicts", "ops"}) {
         if (!add(process, command, status, failure)) return output.fail(*failure);

@@ -30,12 +30,24 @@ std::string seconds(const Json& object, const char* name) {
     return text;
 }
 
+// How many clients have files of it open, and how many files.
+std::string agents(const Json& object) {
+    const Json& list = memberOf(object, "agents");
+    if (!list.is_array() || list.empty()) return "";
+    unsigned long long files = 0;
+    for (const Json& agent : list)
+        files += memberOf(agent, "files").is_number_unsigned() ? agent["files"].get<unsigned long long>() : 0;
+    return ", agents " + std::to_string(list.size()) + " with open files " + std::to_string(files);
+}
+
 std::string objectLine(const Json& object) {
     std::string line = "  " + at(object, "state") + " " + at(object, "id");
     if (at(object, "state") == "reserved") return line + "\n";
     line += " " + at(object, "path") + ": references " + at(object, "references") + ", holders " +
-            at(object, "holders") + ", writers " + at(object, "writers") + ", age " + seconds(object, "ageMsec") +
-            ", idle " + seconds(object, "idleMsec") + ", version " + at(object, "version");
+            at(object, "holders") + ", writers " + at(object, "writers") + agents(object) + ", age " +
+            seconds(object, "ageMsec") + ", idle " + seconds(object, "idleMsec") + ", version " + at(object, "version");
+    if (const Json& waiting = memberOf(object, "waiting"); waiting.is_number() && waiting != 0)
+        line += ", waiting " + at(object, "waiting");
     for (const char* flag : {"morphing", "writable", "recording"})
         line += isSet(object, flag) ? std::string(", ") + flag : "";
     return line + "\n";
@@ -47,6 +59,11 @@ std::string numbers(const Json& object) {
     for (const auto& [name, value] : object.items())
         text += (text.empty() ? "" : ", ") + printable(name) + " " + printable(textOf(value));
     return text;
+}
+
+std::string currentLine(const Json& call) {
+    return "  " + at(call, "kind") + " of " + at(call, "size") + " bytes at " + at(call, "offset") + " of " +
+           at(call, "path") + ": for " + at(call, "msec") + " ms\n";
 }
 
 std::string slowLine(const Json& slow) {
@@ -69,6 +86,10 @@ std::string statusText(const Json& status) {
     const Json& ops = memberOf(status, "ops");
     text += "verdicts: " + numbers(memberOf(status, "verdicts")) + "\n";
     text += "under way: " + numbers(memberOf(ops, "inFlight")) + "\n";
+    if (const Json& current = memberOf(ops, "current"); current.is_array()) {
+        for (const Json& call : current)
+            text += currentLine(call);
+    }
     text += "done: " + numbers(memberOf(ops, "done")) + "\n";
     const Json& slowest = memberOf(ops, "slowest");
     text += slowest.empty() ? "slowest: none\n" : "slowest:\n";

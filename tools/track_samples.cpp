@@ -25,6 +25,7 @@ unsigned long long samplesAtOnce(const MediaClipDesc& clip, unsigned bytes) {
 TrackSamples::TrackSamples(const MediaTrackDesc& track) : m_path(track.getObj().getPath(nullptr)) {
     for (unsigned i = 0; i < track.getClipCount(); ++i) {
         const MediaClipDesc& clip = *track.getClip(i);
+        if (clip.getMediaId() == nullptr) continue;  // a gap has a length and no samples
         const unsigned edits = clip.getEditCount();
         for (unsigned k = 0; k < edits; ++k)
             add(clip, clip.getEdit(k)->getIn(), clip.getEdit(k)->getLength());

@@ -92,7 +92,7 @@ TEST_F(ToolOutput, AFieldIsOneBareValue) {
         EXPECT_EQ(outcome.m_out, value) << field;
     }
     EXPECT_EQ(runTool({"frames", path, "--field", "frames.1.sample"}).m_out, "1600\n");
-    EXPECT_EQ(runTool({"formats", "--field", "formats.0.name"}).m_out, "wav\n");
+    EXPECT_EQ(runTool({"formats", "--field", "formats.2.name"}).m_out, "aiff\n");
 }
 
 TEST_F(ToolOutput, AFieldOfSeveralMoviesIsALineEach) {
@@ -211,12 +211,12 @@ TEST_F(ToolOutput, InfoForPeopleHasTheFacts) {
 TEST_F(ToolOutput, HelpHasExamplesAndExitCodes) {
     const kit::Outcome program = runTool({"--help"});
     EXPECT_EQ(program.m_exit, 0);
-    for (const char* text : {"info", "read", "frames", "formats", "watch", "play", "record", "status", "switch",
-                             "generate", "  130  interrupted\n", "  5    I/O error or no space\n"}) {
+    for (const char* text : {"info", "read", "frames", "formats", "watch", "play", "record", "validate", "status",
+                             "switch", "generate", "  130  interrupted\n", "  5    I/O error or no space\n"}) {
         EXPECT_THAT(program.m_out, HasSubstr(text));
     }
     for (const char* command :
-         {"info", "read", "frames", "formats", "watch", "play", "record", "status", "switch", "generate"}) {
+         {"info", "read", "frames", "formats", "watch", "play", "record", "validate", "status", "switch", "generate"}) {
         const kit::Outcome outcome = runTool({command, "--help"});
         EXPECT_EQ(outcome.m_exit, 0);
         EXPECT_THAT(outcome.m_out, HasSubstr(std::string("Examples:\nmediacore ") + command));

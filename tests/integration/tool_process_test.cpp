@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "tests/integration/tool_kit.h"
+#include "tests/kit/open_metrics_check.h"
 #include "tests/kit/wait_for.h"
 
 using nlohmann::json;
@@ -104,6 +105,40 @@ TEST_F(ToolProcess, StatusShowsWhatTheProcessHolds) {
     EXPECT_THAT(text, HasSubstr(m_movie + ": references 2, holders 1, writers 0"));
     EXPECT_THAT(text, HasSubstr("under way: read 0, write 0, flush 0\n"));
     EXPECT_EQ(runTool({"status", pid, "--field", "status.verdicts.vetoed"}).m_out, "0\n");
+}
+
+TEST_F(ToolProcess, StatusShowsWhoRecordsAndWithHowManyFiles) {
+    m_tree.write("take.raw", std::string(48000 * 4 * 20, 'r'));
+    kit::Command command = toolCommand({"record", m_tree.path("take.wav"), "--from", m_tree.path("take.raw"), "--rate",
+                                        "48000", "--channels", "2", "--bits", "16", "--realtime", "--jsonl"});
+    command.m_environment = {{"MEDIACORE_CTL", m_tree.path("ctl")}};
+    kit::Process recorder(command);
+    ASSERT_TRUE(recorder.waitForOutput("\n")) << recorder.err();
+    const std::string pid = std::to_string(recorder.pid());
+    const json status = documentOf(runTool({"status", pid, "--json"}), "status")["status"];
+    ASSERT_EQ(status["objects"].size(), 1u) << status.dump(2);
+    const json& object = status["objects"][0];
+    EXPECT_EQ(object["path"], m_tree.path("take.wav"));
+    EXPECT_EQ(object["writers"], 1);
+    EXPECT_EQ(object["recording"], true);
+    EXPECT_EQ(object["waiting"], 0);
+    if (object["agents"].is_array()) {
+        EXPECT_EQ(object["agents"], json::parse(R"([{"agent":null,"files":1}])"));
+    }
+    EXPECT_TRUE(status["ops"]["current"].is_array());
+    recorder.signal(SIGINT);
+    EXPECT_EQ(recorder.wait().m_exit, 0);
+}
+
+TEST_F(ToolProcess, CountersAreATextForCollectors) {
+    const std::unique_ptr<kit::Process> process = start(m_movie);
+    const std::string pid = std::to_string(process->pid());
+    const kit::Outcome outcome = runTool({"status", "--openmetrics", pid});
+    EXPECT_EQ(outcome.m_exit, 0) << outcome.m_err;
+    EXPECT_EQ(kit::checkOpenMetrics(outcome.m_out), "") << outcome.m_out;
+    EXPECT_THAT(outcome.m_out, HasSubstr("\nmediacore_objects 1\n"));
+    EXPECT_EQ(runTool({"status", "--openmetrics", "--json", pid}).m_exit, 2);
+    EXPECT_EQ(runTool({"status", "--openmetrics", "2147483647"}).m_exit, 3);
 }
 
 TEST_F(ToolProcess, VerdictsAreCountedWhenTheFileChanges) {

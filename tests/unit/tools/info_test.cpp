@@ -6,6 +6,7 @@
 #include "tests/unit/description/description_fixture.h"
 #include "tools/info_document.h"
 #include "tools/info_text.h"
+#include "tools/info_xml.h"
 
 using testing::HasSubstr;
 using testing::Not;
@@ -22,10 +23,12 @@ public:
     }
 
     MediaTimecode getTimecode() const override { return m_timecode; }
+    const char* getUmid() const override { return m_umid; }
     const MediaPropertyList& getProperties() const override { return m_properties; }
 
     MediaParams m_properties;
     MediaTimecode m_timecode;
+    const char* m_umid = nullptr;
 
 private:
     void addPicture() {
@@ -129,6 +132,42 @@ TEST(InfoText, HasTheFactsOfTheDocument) {
                                 "            BPictCount = 2\n"));
     EXPECT_THAT(text, HasSubstr(", sync adjusted by -1 frames\n"));
     EXPECT_THAT(text, HasSubstr("clipProps = one\xEF\xBF\xBDtwo\xEF\xBF\xBD\n"));
+}
+
+TEST(InfoDocument, TellsTheIdentifierAndWhatNotEveryoneUnderstands) {
+    RichMovie movie;
+    for (const char* name : {"umid", "clipProperties"})
+        EXPECT_FALSE(describeMovie("a.mxf", movie).contains(name));
+    movie.m_umid = "urn:smpte:umid:06";
+    movie.m_properties.set(ClipPropsProperty("one,two")).discard();
+    const Json facts = describeMovie("a.mxf", movie);
+    EXPECT_EQ(facts["umid"], "urn:smpte:umid:06");
+    EXPECT_EQ(facts["clipProperties"], Json::array({"one", "two"}));
+    const std::string text = movieText(facts);
+    EXPECT_THAT(text, HasSubstr("  umid      urn:smpte:umid:06\n"));
+    EXPECT_THAT(text, HasSubstr("            clipProps = one,two\n"));
+    movie.m_properties.set(ClipPropsProperty("")).discard();
+    EXPECT_FALSE(describeMovie("a.mxf", movie).contains("clipProperties"));
+}
+
+TEST(InfoXml, HasSinglesAsAttributesAndTheRestAsElements) {
+    RichMovie movie;
+    movie.m_umid = "urn:smpte:umid:06";
+    movie.m_properties.set(ClipPropsProperty("one,t<o")).discard();
+    const std::string xml = xmlOf(Json{{"schemaVersion", 1}, {"movies", Json::array({describeMovie("a.mxf", movie)})}});
+    EXPECT_THAT(xml, HasSubstr("<?xml version=\"1.0\"?>\n<mediacore schemaVersion=\"1\">\n  <movie path=\"a.mxf\" "));
+    EXPECT_THAT(xml, HasSubstr(" umid=\"urn:smpte:umid:06\""));
+    EXPECT_THAT(xml, HasSubstr("    <clipProperty name=\"one\" />\n    <clipProperty name=\"t&lt;o\" />\n"));
+    EXPECT_THAT(xml, HasSubstr("<timecode text="));
+    EXPECT_THAT(xml, HasSubstr("<property name=\"clipProps\" value=\"one,t&lt;o\" />"));
+    EXPECT_THAT(xml, HasSubstr("      <clip encoding="));
+}
+
+TEST(InfoXml, ShowsWhatXmlCannotHoldAsAReplacement) {
+    const std::string xml = xmlOf(Json{{"a", "\x01\t\x7F\xFF"}, {"b", "x\xEF\xBF\xBEy\xEF\xBF\xBF"}, {"c", "<&>\"'"}});
+    EXPECT_THAT(xml, HasSubstr("a=\"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\""));
+    EXPECT_THAT(xml, HasSubstr("b=\"x\xEF\xBF\xBDy\xEF\xBF\xBD\""));
+    EXPECT_THAT(xml, HasSubstr("c=\"&lt;&amp;>&quot;'\""));
 }
 
 TEST(InfoText, SaysNothingOfWhatTheMovieHasNot) {
