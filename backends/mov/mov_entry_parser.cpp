@@ -201,6 +201,7 @@ void MovEntryParser::parseElementary(const MovBox& box) {
     if (m_entry.encoding == MediaEncodingType::Mpeg) {
         // Main and simple profile are 4:2:0; of the 4:2:2 profile the number tells itself.
         m_entry.chroma = objectType == 0x65 ? MediaChromaSample::C422 : MediaChromaSample::C420;
+        m_entry.isChromaOfProfile = true;
     }
     m_entry.bitrate = mean != 0 ? mean : most;
 }

@@ -20,15 +20,17 @@ struct MovEntry {
     MediaEncodingType encoding = MediaEncodingType::Unknown;
     MediaChromaSample chroma = MediaChromaSample::None;
     MediaVideoScanType scan = MediaVideoScanType::Unknown;
+    bool isChromaOfProfile = false;  // taken from what pictures of the profile usually have
     MediaEndian endian = MediaEndian::Big;
     std::uint32_t bitrate = 0;  // bits a second, 0: not said
 
     // Of a picture.
-    std::uint32_t width = 0, height = 0;            // pixels and lines
-    std::uint32_t cleanWidth = 0, cleanHeight = 0;  // what is meant to be seen of them, 0: all
-    std::uint32_t pixelWidth = 0, pixelHeight = 0;  // a pixel's shape, 0: not said
-    std::uint8_t lengthBytes = 0;                   // in front of each unit of AVC; 0: start codes
-    bool hasProfile = false;                        // of AVC
+    std::uint32_t width = 0, height = 0;                       // pixels and lines
+    std::uint32_t cleanWidth = 0, cleanHeight = 0;             // what is meant to be seen of them, 0: all
+    std::uint32_t pixelWidth = 0, pixelHeight = 0;             // a pixel's shape, 0: not said
+    MediaAspectRatio codedAspect = MediaAspectRatio::Unknown;  // as the pictures themselves say
+    std::uint8_t lengthBytes = 0;                              // in front of each unit of AVC; 0: start codes
+    bool hasProfile = false;                                   // of AVC
     std::uint8_t profile = 0, level = 0;
 
     // Of sound.

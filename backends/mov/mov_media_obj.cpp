@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "backends/mov/mov_parser.h"
+#include "backends/mov/mov_picture_head.h"
 #include "backends/mov/mov_reference_editor.h"
 #include "backends/mov/mov_timecode.h"
 #include "services/file/fs_file_io.h"
@@ -65,7 +66,7 @@ std::uint64_t movieTicks(std::uint64_t samples, MovRate rate, std::uint32_t time
 }
 
 // The shape of what is meant to be seen. Without a word on the pixels it is taken from the track's own size where that
-// says another shape, and from the pixels of a picture that has the shape itself.
+// says another shape, then from what the pictures say, and from the pixels of a picture that has the shape itself.
 MediaAspectRatio aspectOf(const MovEntry& entry, const MovTrack& track) {
     const std::uint64_t width = entry.cleanWidth != 0 ? entry.cleanWidth : entry.width;
     const std::uint64_t height = entry.cleanHeight != 0 ? entry.cleanHeight : entry.height;
@@ -76,6 +77,7 @@ MediaAspectRatio aspectOf(const MovEntry& entry, const MovTrack& track) {
     const std::uint64_t shown = std::uint64_t{track.displayWidth} * entry.height;
     const bool isOther = track.displayHeight != 0 && shown != std::uint64_t{track.displayHeight} * entry.width;
     if (isOther) return MovDescription::aspectOf(track.displayWidth, track.displayHeight);
+    if (entry.codedAspect != MediaAspectRatio::Unknown) return entry.codedAspect;
     const bool isStandard = entry.width == 720 || entry.width == 704 || entry.width == 352;
     return isStandard && entry.height < 720 ? MediaAspectRatio::Unknown
                                             : MovDescription::aspectOf(entry.width, entry.height);
@@ -192,11 +194,26 @@ void MovTrackDesc::describePicture(const MovEntry& entry, const MovTrack& track)
     }
 }
 
-void MovTrackDesc::makeClips(const MovTrack& track, const MovMovie& movie, std::uint64_t fileLength,
-                             std::vector<std::string>& remarks) {
+// What a description leaves open, its first picture that is shown may say: one read of its head, in the movie's file.
+void MovTrackDesc::lookAtPictures(MovTrack& track, const std::vector<MovClipPlan>& plans, const MovTableCache& cache) {
+    std::vector<bool> looked(track.entries.size());
+    for (const MovClipPlan& plan : plans) {
+        if (plan.isGap || plan.samples == 0 || plan.entry >= looked.size() || looked[plan.entry]) continue;
+        MovEntry& entry = track.entries[plan.entry];
+        looked[plan.entry] = true;
+        const bool isSelf = entry.reference >= track.references.size() || track.references[entry.reference].isSelf;
+        MovSpot spot;
+        if (!isSelf || !MovPictureHead::isWanted(entry) || !m_samples.find(plan.base, spot)) continue;
+        std::uint8_t bytes[MovPictureHead::s_size];
+        const unsigned size = std::min<std::uint32_t>(spot.size, sizeof bytes);
+        if (cache.readThrough(spot.offset, bytes, size)) MovPictureHead::complete(entry, bytes, size);
+    }
+}
+
+void MovTrackDesc::makeClips(MovTrack& track, const MovMovie& movie, const MovTableCache& cache,
+                             std::uint64_t fileLength, std::vector<std::string>& remarks) {
     const MovEntry none;
     const MovEntry& first = track.entries.empty() ? none : track.entries.front();
-    if (m_type == MediaDataType::Video) describePicture(first, track);
     if (m_type == MediaDataType::Video || m_type == MediaDataType::Audio) remarkOnCoding(track, remarks);
     MovSampleTables& tables = m_samples.tables();
     if (first.sampleBytes != 0 && tables.fixedSize() != 0 && m_samples.evenStep() <= 1) {
@@ -217,8 +234,13 @@ void MovTrackDesc::makeClips(const MovTrack& track, const MovMovie& movie, std::
     }
     const MovRate rate = rateOf(track, m_samples);
     if (m_type == MediaDataType::Video) m_videoRate = MediaObj::getVideoRate(FixedPoint<16>(rate.samples) / rate.ticks);
+    const std::vector<MovClipPlan> plans = MovClipPlanner::plan(track, m_samples, movie.timeScale, remarks);
+    if (m_type == MediaDataType::Video) {
+        lookAtPictures(track, plans, cache);
+        describePicture(first, track);
+    }
     std::uint64_t length = 0;
-    for (const MovClipPlan& plan : MovClipPlanner::plan(track, m_samples, movie.timeScale, remarks)) {
+    for (const MovClipPlan& plan : plans) {
         const MovEntry& entry = plan.entry < track.entries.size() ? track.entries[plan.entry] : first;
         bool embedded = true;
         MediaIdRec* file = plan.isGap ? nullptr : m_obj.mediaOf(track, entry, embedded, remarks);
@@ -254,7 +276,7 @@ MovMediaObj::MovMediaObj(AutoRefPtr<BasicFileIO> file, MovMovie& movie, std::uni
         if (track.handler == MovAtom::s_tmcd) continue;
         const auto index = static_cast<unsigned>(m_tracks.size());
         m_tracks.push_back(std::make_unique<MovTrackDesc>(*this, index, track, *m_cache));
-        m_tracks.back()->makeClips(track, movie, length, remarks);
+        m_tracks.back()->makeClips(track, movie, *m_cache, length, remarks);
     }
     readUserData(movie);
     m_cache->bind(*this);

@@ -77,10 +77,11 @@ public:
 
     const MovTrackSamples& getSamples() const { return m_samples; }
     // Makes the clips. Requires: once, when the movie knows its time base.
-    void makeClips(const MovTrack& track, const MovMovie& movie, std::uint64_t fileLength,
+    void makeClips(MovTrack& track, const MovMovie& movie, const MovTableCache& cache, std::uint64_t fileLength,
                    std::vector<std::string>& remarks);
 
 private:
+    void lookAtPictures(MovTrack& track, const std::vector<MovClipPlan>& plans, const MovTableCache& cache);
     void describePicture(const MovEntry& entry, const MovTrack& track);
 
     MovMediaObj& m_obj;  // borrowed: the owner

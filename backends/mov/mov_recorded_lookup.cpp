@@ -105,6 +105,7 @@ bool MovRecordedLookup::append(const MediaRecordReq& req, std::uint64_t count, s
                                OpResult& result) {
     const std::uint32_t fixed = m_index->getFixedSize();
     const std::uint64_t bytes = fixed != 0 ? fixed * count : req.m_info.getSize();
+    const std::uint64_t endBefore = m_file->getEnd();
     std::uint64_t offset = 0;
     if (!place(req, bytes, offset, result)) return false;
     if (!m_index->add(offset, count, req.m_info)) {
@@ -114,7 +115,8 @@ bool MovRecordedLookup::append(const MediaRecordReq& req, std::uint64_t count, s
     SampleInfo info = req.m_info;
     info.setSize(static_cast<std::uint32_t>(bytes));
     desc.set(req.m_count, req.m_sample, offset, info, gap, false);
-    if (req.m_hasOffset) m_file->m_essence->noteWritten(desc);
+    // What lies between samples that others have put counts as theirs; the movie's own file has no holes.
+    if (req.m_hasOffset) m_file->m_essence->noteAdded(req, desc, m_file->isOwn() ? offset : endBefore);
     m_numSamples = m_index->getSamples();
     m_endOffset = offset + bytes;
     return true;

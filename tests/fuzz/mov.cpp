@@ -1,7 +1,10 @@
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "backends/mov/mov_clip_plan.h"
 #include "backends/mov/mov_parser.h"
+#include "backends/mov/mov_picture_head.h"
 #include "backends/mov/mov_picture_types.h"
 #include "backends/mov/mov_timecode.h"
 #include "tests/fuzz/fuzz_input.h"
@@ -33,14 +36,26 @@ void requireInside(const MovTable& table, std::uint64_t bits, std::uint64_t leng
     require(table.count == 0 || table.offset + (table.count * bits + 7) / 8 <= length);
 }
 
+// On the heap, for the sanitizer to see a step behind the end.
+void lookAtHead(BasicFileIO& file, MovEntry entry, const MovSpot& spot) {
+    std::vector<std::uint8_t> bytes(std::min<std::uint64_t>(spot.size, MovPictureHead::s_size));
+    const int got = file.readAt(spot.offset, bytes.data(), static_cast<unsigned>(bytes.size()));
+    bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    bytes.shrink_to_fit();
+    MovPictureHead::complete(entry, bytes.data(), bytes.size());
+    require(entry.chroma <= MediaChromaSample::C444 && entry.scan <= MediaVideoScanType::Progressive);
+}
+
 void lookAt(BasicFileIO& file, const MovTrackSamples& samples, const MovTrack& track, std::uint64_t sample) {
     MovSpot spot;
     std::uint64_t found = 0, bytes = 0, ticks = 0;
     std::int32_t shift = 0;
     if (samples.findTogether(sample, 100, spot, found, bytes)) {
         require(found >= 1 && found <= 100 && sample < samples.count());
-        for (const MovEntry& entry : track.entries)
+        for (const MovEntry& entry : track.entries) {
             (void)MovPictureTypes::look(file, entry.encoding, entry.lengthBytes, spot.offset, spot.size);
+            lookAtHead(file, entry, spot);
+        }
     }
     (void)samples.isSync(sample);
     (void)samples.timeOf(sample, ticks);

@@ -55,8 +55,22 @@ protected:
         close();
         m_path = m_tree.path(name);
         movpeers::write(arguments, m_path);
+        open();
+    }
+    void open() {
         m_movie = MediaObj::openReader(m_path.c_str(), MediaObj::ReadMode::ReadOnly, m_result);
         ASSERT_NE(m_movie, nullptr) << m_result.describe().get();
+    }
+    // Gives the track's one edit another length, in the movie's milliseconds; the media stays.
+    void setEditLength(unsigned length) {
+        close();
+        std::string bytes = kit::bytesAt(m_path, 0, 1 << 20);
+        const std::size_t edits = bytes.rfind("elst");
+        ASSERT_NE(edits, std::string::npos);
+        ASSERT_EQ(bytes.substr(edits + 4, 8), std::string("\0\0\0\0\0\0\0\1", 8));
+        bytes.replace(edits + 12, 4, {'\0', '\0', static_cast<char>(length >> 8), static_cast<char>(length)});
+        m_path = m_tree.write("shorter.mp4", bytes);
+        open();
     }
     const MediaClipDesc& clip(unsigned track = 0) const {
         const MediaTrackDesc& desc = *m_movie->getTrackAt(track);
@@ -151,6 +165,26 @@ TEST_F(MovFrameN, IsTheLastPictureOfIntraCodings) {
 TEST_F(MovFrameN, OfFragmentsIsTheAnchorToo) {
     write("f.mp4", pictures("10", s_avc + Words{"-movflags", "frag_keyframe+empty_moov"}));
     expectLastAnchor('B');
+}
+
+TEST_F(MovFrameN, OfAClipWithARolloutIsThePictureThatTheMediaHasThere) {
+    write("r.mp4", pictures("13", s_avc));
+    const std::vector<movpeers::Packet> packets = movpeers::packetsOf(m_path, "v:0");
+    ASSERT_EQ(packets.size(), 13u);
+    setEditLength(320);
+    ASSERT_EQ(clip().getLength(), 8u);
+    ASSERT_EQ(clip().getRollout(), 5u);
+    for (const bool black : {false, true}) {
+        if (black) mediaObjDbg.setBit(MediaDbg::SynthFrameN);
+        ASSERT_TRUE(ask(end())) << m_result.describe().get();
+        EXPECT_EQ(m_where.m_sample, 8u);
+        EXPECT_FALSE(m_where.m_frameN);
+        EXPECT_EQ(m_where.m_chunks[0].m_offset, packets[8].m_at);
+        EXPECT_TRUE(read() == packets[8].m_bytes);
+        // Behind the last of the media there is nothing, as the clip ends elsewhere.
+        EXPECT_FALSE(ask(13));
+        EXPECT_TRUE(m_result);
+    }
 }
 
 TEST_F(MovFrameN, IsOnlyForWhoAsksForIt) {

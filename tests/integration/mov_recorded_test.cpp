@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <sstream>
 
+#include "backends/mov/mov_recording.h"
 #include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_clip_param.h"
 #include "shared/include/description/media_track_desc.h"
@@ -67,6 +69,16 @@ protected:
             ASSERT_TRUE(m_movie->vsWrite(where, buffer));
         }
     }
+    // The first clip shows some of what it holds: of the frames it skips the first 3 and the last 5.
+    void addCut(MediaTrackDesc& video, const std::vector<Packet>& frames, std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            if (i + 5 == count) {
+                ASSERT_TRUE(video.setPrecharge(3));
+                ASSERT_TRUE(video.setTargetRollout(1000));
+            }
+            add(video, 1, frames[i].m_bytes, i % 2 == 0, frames[i].m_kind);
+        }
+    }
     void end() {
         EXPECT_TRUE(m_movie->setRecording(false));
         m_movie->release(kit::CacheScene::nullAgent(), true);
@@ -76,6 +88,15 @@ protected:
     MediaObj* m_movie = nullptr;
     std::string m_path;
 };
+
+// Those frames' hashes.
+std::string linesOf(const std::string& text, std::size_t from, std::size_t to) {
+    std::istringstream lines(text);
+    std::string some, line;
+    for (std::size_t i = 0; i < to && std::getline(lines, line); ++i)
+        some += i >= from ? line + "\n" : "";
+    return some;
+}
 
 void expectSameSamples(const std::vector<Packet>& one, const std::vector<Packet>& other) {
     ASSERT_EQ(one.size(), other.size());
@@ -288,4 +309,72 @@ TEST_F(RecordedMov, RefersToSamplesBesideIt) {
     end();
     EXPECT_EQ(movpeers::decode(m_path, "v:0"), movpeers::decode(source, "v:0"));
     EXPECT_EQ(movpeers::decode(m_path, "a:0"), movpeers::decode(source, "a:0"));
+}
+
+// Essence of more than 4 GiB lies in front of the last samples: a hole, in which nothing is written.
+TEST_F(RecordedMov, HoldsSamplesPastFourGigabytes) {
+    constexpr unsigned long long limit = 1ull << 32;
+    create("long.mov");
+    MediaTrackDesc* const audio = sound(48000, 2, 16);
+    std::string raw = kit::patternFrom(0, 700 * 4);
+    add(*audio, 700, raw);
+    MovIndexKeeper& keeper = dynamic_cast<MovRecordedMovie&>(*m_movie).recorder().getKeeper();
+    const std::shared_ptr<RecordedEssence> essence = keeper.start(m_result);
+    for (unsigned i = 0; i < 5; ++i) {
+        MediaSampleDesc hole;
+        hole.set(0, 0, keeper.reserve(1u << 30), 1u << 30, 0, false);
+        essence->noteWritten(hole);
+    }
+    for (unsigned i = 0; i < 10; ++i) {
+        const std::string block = kit::patternFrom(i * 17, 700 * 4);
+        add(*audio, 700, block, i % 2 == 0);
+        raw += block;
+    }
+    end();
+    std::string read;
+    unsigned far = 0;
+    for (const Packet& packet : movpeers::packetsOf(m_path, "a:0")) {
+        read += packet.m_bytes;
+        far += packet.m_at > limit ? 1 : 0;
+    }
+    EXPECT_TRUE(read == raw);
+    EXPECT_GE(far, 7u);
+    EXPECT_EQ(movpeers::raw(m_path, 1), raw);
+}
+
+TEST_F(RecordedMov, ShowsOfEachClipWhatItsEditSays) {
+    const std::string source = m_tree.path("source.mov");
+    movpeers::write({"-f", "lavfi", "-i", "testsrc2=s=720x576:r=25:d=1", "-pix_fmt", "yuv420p", "-c:v", "dvvideo"},
+                    source);
+    const std::vector<Packet> frames = movpeers::packetsOf(source, "v:0");
+    ASSERT_EQ(frames.size(), 25u);
+    create("cut.mov");
+    MediaTrackDesc* const video = pictures(MediaEncodingType::Dv, MediaVideoRate::Pal25);
+    addCut(*video, frames, 14);
+    ASSERT_NE(video->createClip(video->getParam(), m_result), nullptr) << m_result.describe().get();
+    for (std::size_t i = 14; i < frames.size(); ++i)
+        add(*video, 1, frames[i].m_bytes);
+    end();
+    const std::string hashes = movpeers::decode(source, "v:0");
+    EXPECT_EQ(movpeers::decode(m_path, "v:0"), linesOf(hashes, 3, 9) + linesOf(hashes, 14, 25));
+}
+
+TEST_F(RecordedMov, ShowsOfReferredSamplesWhatItsEditSays) {
+    const std::string dv = m_tree.path("dv.mov"), avc = m_tree.path("avc.mov");
+    movpeers::write({"-f", "lavfi", "-i", "testsrc2=s=720x576:r=25:d=1", "-pix_fmt", "yuv420p", "-c:v", "dvvideo"}, dv);
+    movpeers::write({"-f", "lavfi", "-i", "testsrc2=s=640x360:r=25:d=1", "-pix_fmt", "yuv420p", "-c:v", "libx264",
+                     "-x264-params", "repeat-headers=1:bframes=2:b-pyramid=none:keyint=10"},
+                    avc);
+    for (const std::string& source : {dv, avc}) {
+        SCOPED_TRACE(source);
+        const bool isDv = source == dv;
+        const std::vector<Packet> frames = movpeers::packetsOf(source, "v:0", true);
+        ASSERT_EQ(frames.size(), 25u);
+        create(isDv ? "one.mov" : "two.mov", MediaContainment::ByRef);
+        MediaTrackDesc* const video = isDv ? pictures(MediaEncodingType::Dv, MediaVideoRate::Pal25)
+                                           : pictures(MediaEncodingType::Avc, MediaVideoRate::Pal25, 640, 360);
+        addCut(*video, frames, 25);
+        end();
+        EXPECT_EQ(movpeers::decode(m_path, "v:0"), linesOf(movpeers::decode(source, "v:0"), 3, 20));
+    }
 }

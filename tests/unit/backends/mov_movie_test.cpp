@@ -46,6 +46,18 @@ Track pictures(std::uint32_t samples, std::uint32_t at) {
     return track;
 }
 
+// The head of a ProRes picture of 32 bytes, as a frame or as two fields.
+std::string proresPicture(bool isFields) {
+    return be32(32) + "icpf" + be16(20) + be16(0) + be32(0) + be16(720) + be16(576) + (isFields ? "\x84" : "\x80") +
+           std::string(11, '\0');
+}
+Track proresPictures(std::uint32_t at) {
+    Track track = pictures(2, at);
+    track.m_entries = {pictureEntry("apcn")};
+    track.m_tables = plainTables(2, 32, 100, at);
+    return track;
+}
+
 std::string media(std::size_t size) { return atom("mdat", std::string(size, 'm')); }
 
 }  // namespace
@@ -112,6 +124,42 @@ TEST_F(MovMovieTest, EachSampleDescriptionIsAClip) {
     EXPECT_FALSE(find(clip(0, 0), 15));
     ASSERT_TRUE(find(clip(0, 1), 1));
     EXPECT_EQ(m_where.m_chunks[0].m_offset, 184u);
+}
+
+TEST_F(MovMovieTest, WhatADescriptionLeavesOpenItsOwnFirstPictureSays) {
+    Track track = proresPictures(24);
+    track.m_entries = {pictureEntry("apcn"), pictureEntry("apcn")};
+    track.m_tables = list("stts", 1, be32(3) + be32(100)) +
+                     list("stsc", 2, be32(1) + be32(1) + be32(1) + be32(2) + be32(2) + be32(2)) +
+                     full("stsz", be32(32) + be32(3)) + list("stco", 2, be32(24) + be32(56));
+    open(head() + atom("mdat", proresPicture(false) + proresPicture(true) + proresPicture(false)) +
+         movie({track.build()}));
+    ASSERT_EQ(m_movie->getTrackAt(0)->getClipCount(), 2u);
+    EXPECT_EQ(clip(0, 0).getVscan(), MediaVideoScanType::Progressive);
+    EXPECT_EQ(clip(0, 1).getVscan(), MediaVideoScanType::Interlaced);
+}
+
+TEST_F(MovMovieTest, WhatADescriptionSaysIsNotLookedForInPictures) {
+    Track track = proresPictures(24);
+    track.m_entries = {pictureEntry("apcn", atom("fiel", std::string("\1\0", 2)))};
+    open(head() + atom("mdat", proresPicture(true) + proresPicture(true)) + movie({track.build()}));
+    EXPECT_EQ(clip(0, 0).getVscan(), MediaVideoScanType::Progressive);
+}
+
+TEST_F(MovMovieTest, PicturesInAnotherFileAndThoseThatAreCutStayUnlookedAt) {
+    m_tree.write("beside.raw", proresPicture(true) + proresPicture(true));
+    Track track = proresPictures(0);
+    track.m_references = full("url ", "beside.raw" + std::string(1, '\0'));
+    open(head() + movie({track.build()}));
+    EXPECT_EQ(clip(0, 0).getLength(), 2u);
+    EXPECT_EQ(clip(0, 0).getVscan(), MediaVideoScanType::Unknown);
+    m_movie->release();
+    m_movie = nullptr;
+    const std::string whole = head() + movie({proresPictures(0).build()});
+    const auto at = static_cast<std::uint32_t>(whole.size() + 8);
+    open(head() + movie({proresPictures(at).build()}) + atom("mdat", proresPicture(true)).substr(0, 8 + 31), "cut.mov");
+    EXPECT_EQ(clip(0, 0).getLength(), 0u);
+    EXPECT_EQ(clip(0, 0).getVscan(), MediaVideoScanType::Unknown);
 }
 
 TEST_F(MovMovieTest, SoundOfTwoChunksComesInTwoPiecesAndNeighboursInOne) {

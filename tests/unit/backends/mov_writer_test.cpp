@@ -6,6 +6,8 @@
 #include <thread>
 
 #include "backends/mov/mov_reference_editor.h"
+#include "shared/include/index/media_edit_desc.h"
+#include "tests/unit/backends/mov_hole.h"
 #include "tests/unit/backends/mov_seen.h"
 #include "tests/unit/backends/recording_fixture.h"
 
@@ -64,6 +66,8 @@ protected:
         kit::fill(buffer, text);
         return m_movie->vsWrite(where, buffer).success();
     }
+    // Whether the movie tells of places by 64 bits.
+    bool isWide() const { return kit::bytesAt(m_path, seen().m_moovAt, 20000).find("co64") != std::string::npos; }
     void end() {
         EXPECT_TRUE(m_movie->setRecording(false));
         m_movie->release(nullAgent(), true);
@@ -459,6 +463,140 @@ TEST_F(RecordedMovie, RefersToSamplesInFilesBesideIt) {
     EXPECT_EQ(file.m_tracks.at(1).m_samples, 2400u);
     EXPECT_EQ(std::filesystem::file_size(m_tree.path("film_1.prores")), 60 * 50u + 59 * 60 / 2);
     EXPECT_EQ(kit::bytesAt(m_tree.path("film_2.data"), 0, 9600), kit::patternFrom(0, 9600));
+}
+
+// A place that needs more than 32 bits makes all of its track's wide, and for that the index moves, behind it.
+TEST_F(RecordedMovie, TellsOfSamplesPastFourGigabytes) {
+    constexpr std::uint64_t limit = 1ull << 32;
+    create();
+    MediaTrackDesc* const video = track(picturesOf(MediaEncodingType::Prores));
+    MediaTrackDesc* const audio = sound();
+    ASSERT_TRUE(record(*audio, 100, 400));
+    ASSERT_TRUE(record(*video, 1, 70));
+    m_movie->flush(nullptr, true);
+    skipEssenceTo(*m_movie, limit - 1);
+    ASSERT_TRUE(record(*video, 1, 80));
+    m_movie->flush(nullptr, true);
+    EXPECT_EQ(seen().m_tracks.at(0).m_at.back(), limit - 1);
+    EXPECT_FALSE(isWide());
+    EXPECT_LT(seen().m_moovAt, limit);
+    {
+        const ByteByByte watch(m_path);
+        ByteByByte::s_samples = 1;
+        for (unsigned i = 0; i < 20; ++i) {
+            ASSERT_TRUE(record(*video, 1, ByteByByte::s_essence + i));
+            ASSERT_TRUE(record(*audio, 40, 160));
+        }
+        m_movie->flush(nullptr, true);
+        EXPECT_EQ(ByteByByte::s_error, "");
+        EXPECT_GT(ByteByByte::s_looks, 20u);
+    }
+    for (unsigned i = 0; i < 10; ++i) {
+        ASSERT_TRUE(record(*video, 1, 90 + i, true));
+        ASSERT_TRUE(record(*audio, 40, 160, true));
+    }
+    EXPECT_GT(seen().m_moovAt, limit);
+    end();
+    const MovSeen file = seen();
+    EXPECT_TRUE(isWide());
+    EXPECT_EQ(file.m_error, "");
+    EXPECT_EQ(file.m_moovs, 1u);
+    EXPECT_EQ(file.m_top.back(), "mdat");
+    EXPECT_EQ(file.m_tracks.at(0).m_samples, 32u);
+    EXPECT_EQ(file.m_tracks.at(1).m_samples, 1300u);
+    EXPECT_GT(file.m_tracks.at(1).m_at.back(), limit);
+    expireAll();
+    MediaObj* const again = MediaObj::openReader(m_path.c_str(), MediaObj::ReadMode::ReadOnly, m_result);
+    ASSERT_NE(again, nullptr) << m_result.describe().get();
+    for (unsigned i = 0; i < 32; ++i) {
+        MediaSampleInMovie where;
+        MediaIoBuf buffer;
+        ASSERT_TRUE(again->getTrackAt(0)->getClip(0)->getMediaOffset(MediaPlayReq(i, 1), where, m_result)) << i;
+        EXPECT_EQ(where.m_chunks[0].m_offset, file.m_tracks.at(0).m_at[i]);
+        ASSERT_TRUE(again->vsRead(where, buffer));
+        EXPECT_TRUE(kit::bytesOf(buffer) == kit::patternFrom(where.m_chunks[0].m_offset, where.m_chunks[0].m_size))
+            << i;
+    }
+    again->release();
+}
+
+// Each in a file of its own, and of the first with what its edit leaves out.
+TEST_F(RecordedMovie, ReadsEachClipFromTheFileThatItRefersTo) {
+    create("film.mov", MediaContainment::ByRef);
+    const MediaClipParam param = picturesOf(MediaEncodingType::Prores);
+    MediaTrackDesc* const video = track(param);
+    for (unsigned i = 0; i < 9; ++i)
+        ASSERT_TRUE(record(*video, 1, 50 + i));
+    ASSERT_TRUE(video->setPrecharge(3));
+    ASSERT_TRUE(video->setTargetRollout(1000));
+    for (unsigned i = 0; i < 5; ++i)
+        ASSERT_TRUE(record(*video, 1, 70));
+    ASSERT_NE(video->createClip(param, m_result), nullptr);
+    for (unsigned i = 0; i < 4; ++i)
+        ASSERT_TRUE(record(*video, 1, 80 + i));
+    end();
+    EXPECT_EQ(seen().m_tracks.at(0).m_references, 2u);
+    expireAll();
+    MediaObj* const again = MediaObj::openReader(m_path.c_str(), MediaObj::ReadMode::ReadOnly, m_result);
+    ASSERT_NE(again, nullptr) << m_result.describe().get();
+    const MediaTrackDesc& pictures = *again->getTrackAt(0);
+    ASSERT_EQ(pictures.getClipCount(), 2u);
+    for (unsigned number = 0; number < 2; ++number) {
+        const MediaClipDesc& clip = *pictures.getClip(number);
+        const std::string file = m_tree.path(number == 0 ? "film_1.prores" : "film_2.prores");
+        EXPECT_EQ(std::string(again->getPath(clip.getMediaId())), file);
+        ASSERT_EQ(clip.getLength(), number == 0 ? 6u : 4u);
+        for (unsigned i = 0; i < clip.getLength(); ++i) {
+            MediaSampleInMovie where;
+            MediaIoBuf buffer;
+            ASSERT_TRUE(clip.getMediaOffset(MediaPlayReq(clip.getEdit(0)->getIn() + i, 1), where, m_result)) << i;
+            EXPECT_EQ(where.m_chunks[0].m_size, number == 0 ? 53 + i : 80 + i);
+            ASSERT_TRUE(again->vsRead(where, buffer)) << i;
+            EXPECT_TRUE(kit::bytesOf(buffer) == kit::bytesAt(file, where.m_chunks[0].m_offset, buffer.size())) << i;
+        }
+    }
+    EXPECT_EQ(pictures.getClip(0)->getRollout(), 5u);
+    again->release();
+}
+
+// With whatever lies between them there.
+TEST_F(RecordedMovie, RefersToSamplesThatOthersHavePutFarApart) {
+    constexpr std::uint64_t apart = 3ull << 30;
+    create("film.mov", MediaContainment::ByRef);
+    MediaTrackDesc* const audio = sound();
+    const std::string samples = m_tree.path("film_1.data");
+    for (unsigned i = 0; i < 4; ++i) {
+        std::fstream(samples, std::ios::in | std::ios::out | std::ios::binary)
+            .seekp(static_cast<std::streamoff>(i * apart + 16))
+            .write(kit::patternFrom(i, 400).data(), 400);
+        SampleInfo info;
+        info.reset(400);
+        MediaSampleInMovie where;
+        ASSERT_TRUE(audio->addSamples(MediaRecordReq(i * 100, 100, info, i * apart + 16), where, m_result));
+        EXPECT_EQ(where.m_chunks[0].m_offset, i * apart + 16);
+        EXPECT_TRUE(audio->getClip(0)->getMediaOffset(MediaPlayReq(i * 100, 100), where, m_result)) << i;
+    }
+    ASSERT_TRUE(record(*audio, 50, 200));
+    end();
+    const MovSeen file = seen();
+    EXPECT_EQ(file.m_error, "");
+    EXPECT_TRUE(isWide());
+    EXPECT_EQ(file.m_tracks.at(0).m_samples, 450u);
+    expireAll();
+    MediaObj* const again = MediaObj::openReader(m_path.c_str(), MediaObj::ReadMode::ReadOnly, m_result);
+    ASSERT_NE(again, nullptr) << m_result.describe().get();
+    for (unsigned i = 0; i < 4; ++i) {
+        MediaSampleInMovie where;
+        MediaIoBuf buffer;
+        ASSERT_TRUE(
+            again->getTrackAt(0)->getClip(0)->getMediaOffset(MediaPlayReq(i * 100, i < 3 ? 100 : 150), where, m_result))
+            << i;
+        EXPECT_EQ(where.m_chunks[0].m_offset, i * apart + 16);
+        ASSERT_TRUE(again->vsRead(where, buffer));
+        const std::string last = kit::patternFrom(3 * apart + 416, 200);
+        EXPECT_TRUE(kit::bytesOf(buffer) == kit::patternFrom(i, 400) + (i == 3 ? last : "")) << i;
+    }
+    again->release();
 }
 
 TEST_F(RecordedMovie, KeepsItsIdentifierAndItsClipProperties) {
