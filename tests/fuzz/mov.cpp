@@ -81,7 +81,8 @@ void check(BasicFileIO& file, std::uint64_t length, MovMovie& movie, const AutoR
         const std::uint64_t count = samples.count();
         for (const MovClipPlan& plan : MovClipPlanner::plan(track, samples, movie.timeScale, movie.remarks))
             require(plan.isGap || plan.in + plan.length <= plan.samples);
-        for (const std::uint64_t sample : {std::uint64_t{0}, std::uint64_t{1}, count / 2, count - 1, count})
+        const std::uint64_t last = count != 0 ? count - 1 : 0;
+        for (const std::uint64_t sample : {std::uint64_t{0}, std::uint64_t{1}, count / 2, last, count})
             lookAt(file, samples, track, sample);
     }
 }
