@@ -116,7 +116,8 @@ bool MovFragments::addRun(const MovBox& box, const Head& head, MovTrack& track) 
     const unsigned entrySize = MovRunEntry::sizeOf(run.flags);
     const std::uint64_t room = box.end - run.entries;
     if (entrySize != 0) run.count = static_cast<std::uint32_t>(std::min<std::uint64_t>(run.count, room / entrySize));
-    run.data = head.base + static_cast<std::uint64_t>(std::int64_t{offset});
+    // An offset may lead back.
+    if (__builtin_add_overflow(head.base, offset, &run.data)) return true;
     const bool follows = !hasOffset && m_lastTrack == &track;
     if (follows && !endOf(track.runs.back(), run.data)) return true;
     if (run.data > m_file.length()) return true;

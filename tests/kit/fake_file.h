@@ -29,7 +29,7 @@ public:
         if (offset >= m_content.size()) return 0;
         const std::size_t left = m_content.size() - offset;
         const std::size_t count = size < left ? size : left;
-        std::memcpy(memory, m_content.data() + offset, count);
+        if (count != 0) std::memcpy(memory, m_content.data() + offset, count);
         return static_cast<int>(count);
     }
     bool isCached(unsigned long long, unsigned) override {
