@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "backends/common/recorded_lookup.h"
+#include "backends/common/sound_param.h"
 #include "services/system/format_str.h"
 #include "shared/include/description/media_clip_param.h"
 #include "shared/include/description/media_movie_desc.h"
@@ -48,22 +49,13 @@ OpResult PcmWriter::chooseCommon(const MediaClipParam& param, PcmFormat& format)
 
 bool PcmWriter::initAudio(MediaClipParam& param, MediaEncodingType encoding, MediaEndian endian, unsigned sampleRate,
                           unsigned channels, unsigned bits) const {
-    MediaClipParam filled;
-    filled.m_encoding = encoding;
-    filled.m_dataType = MediaDataType::Audio;
-    filled.m_fileType = fileType;
-    filled.m_sampleRate = sampleRate;
-    filled.m_ticksPerSample = 1;
-    filled.m_maxBitsPerSample = bits;
-    filled.m_bitsPerUnit = bits;
-    filled.m_channels = channels;
+    MediaClipParam filled = soundParam(fileType, encoding, sampleRate, channels, bits);
     filled.m_endian = endian;
     PcmFormat format;
     OpResult result = choose(filled, format);
     const bool isGood = result.success();
     result.discard();
     if (!isGood) return false;
-    filled.m_bitrate = sampleRate * channels * bits;
     filled.m_offsets.set(format.blockAlign, 0, 0, 0);
     param = filled;
     return true;

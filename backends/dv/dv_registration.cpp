@@ -1,7 +1,7 @@
+#include "backends/common/sound_param.h"
 #include "backends/dv/dv_media_obj.h"
 #include "backends/dv/dv_recording.h"
 #include "backends/link_anchors.h"
-#include "shared/include/description/media_clip_param.h"
 #include "shared/include/object/media_format.h"
 
 namespace {
@@ -39,17 +39,9 @@ bool initAudio(MediaClipParam& param, MediaEncodingType encoding, MediaVideoRate
     const DvSystem* system = DvSystem::find(rate);
     if (encoding != MediaEncodingType::Dv || system == nullptr) return false;
     if (!system->carriesSound(sampleRate, channels, bits)) return false;
-    param.m_encoding = encoding;
-    param.m_dataType = MediaDataType::Audio;
-    param.m_fileType = MediaFileType::Dv;
+    param = soundParam(MediaFileType::Dv, encoding, sampleRate, channels, bits);
     param.m_videoRate = rate;
-    param.m_sampleRate = sampleRate;
-    param.m_ticksPerSample = 1;
-    param.m_maxBitsPerSample = bits;
-    param.m_bitsPerUnit = bits;
-    param.m_channels = channels;
     param.m_endian = MediaEndian::Big;
-    param.m_bitrate = sampleRate * channels * bits;
     param.m_offsets.set(system->frameSize(), 0, 0, 0);
     return true;
 }

@@ -1,9 +1,9 @@
 #include "backends/mov/mov_writer.h"
 
+#include "backends/common/sound_param.h"
 #include "backends/mov/mov_object.h"
 #include "backends/mov/mov_recording.h"
 #include "backends/mov/mov_sample_entry.h"
-#include "shared/include/description/media_clip_param.h"
 
 namespace {
 
@@ -49,18 +49,9 @@ bool initVideo(MediaClipParam& param, MediaEncodingType encoding, MediaVideoRate
 // Parameters of sound of a track of its own. The three numbers are samples a second, channels and bits of a word.
 bool initAudio(MediaClipParam& param, MediaEncodingType encoding, MediaVideoRate rate, unsigned sampleRate,
                unsigned channels, unsigned bits) {
-    MediaClipParam filled;
-    filled.m_encoding = encoding;
-    filled.m_dataType = MediaDataType::Audio;
-    filled.m_fileType = MediaFileType::QuickTime;
+    MediaClipParam filled = soundParam(MediaFileType::QuickTime, encoding, sampleRate, channels, bits);
     filled.m_videoRate = rate;
-    filled.m_sampleRate = sampleRate;
-    filled.m_ticksPerSample = 1;
-    filled.m_maxBitsPerSample = bits;
-    filled.m_bitsPerUnit = bits;
-    filled.m_channels = channels;
     filled.m_endian = encoding == MediaEncodingType::ALaw ? MediaEndian::Big : MediaEndian::Little;
-    filled.m_bitrate = sampleRate * channels * bits;
     filled.m_offsets.set(bits / 8 * channels, 0, 0, 0);
     if (!isRecordable(filled)) return false;
     param = filled;

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdio>
 #include <string>
 #include <thread>
@@ -11,6 +10,7 @@
 #include "support/clock.h"
 #include "tests/kit/agents.h"
 #include "tests/kit/cache_scene.h"
+#include "tests/kit/gate.h"
 #include "tests/kit/open_metrics_check.h"
 #include "tests/kit/wait_for.h"
 
@@ -28,6 +28,23 @@ protected:
         std::string reason;
         EXPECT_TRUE(JsonValue::parse(ControlCommands::execute(R"({"id":1,"cmd":")" + command + "\"}"), reply, reason))
             << reason;
+        return reply;
+    }
+    // The answer while somebody else holds the map.
+    JsonValue askWithTheMapHeld(const std::string& command) {
+        kit::Gate held, letGo;
+        held.close();
+        letGo.close();
+        std::thread holder([&] {
+            m_cache.lockMap();
+            held.open();
+            letGo.pass();
+            m_cache.unlockMap();
+        });
+        held.pass();
+        JsonValue reply = ask(command);
+        letGo.open();
+        holder.join();
         return reply;
     }
     static std::string text(const JsonValue& object, const char* key) {
@@ -158,17 +175,7 @@ TEST_F(Control, CountersFollowWhatHappens) {
 }
 
 TEST_F(Control, CountersOfAStuckMapAreLeftOutAndTheOthersTold) {
-    std::atomic<bool> held{false}, letGo{false};
-    std::thread holder([&] {
-        m_cache.lockMap();
-        held = true;
-        kit::waitFor([&letGo] { return letGo.load(); });
-        m_cache.unlockMap();
-    });
-    ASSERT_TRUE(kit::waitFor([&held] { return held.load(); }));
-    const std::string metrics = text(ask("metrics"), "result");
-    letGo = true;
-    holder.join();
+    const std::string metrics = text(askWithTheMapHeld("metrics"), "result");
     EXPECT_EQ(kit::checkOpenMetrics(metrics), "");
     EXPECT_EQ(metrics.find("mediacore_cache_entries"), std::string::npos);
     EXPECT_NE(metrics.find("mediacore_objects "), std::string::npos);
@@ -271,17 +278,7 @@ TEST_F(Control, AReservationAndAZombieAreShown) {
 }
 
 TEST_F(Control, AStuckMapIsToldAndNotWaitedFor) {
-    std::atomic<bool> held{false}, letGo{false};
-    std::thread holder([&] {
-        m_cache.lockMap();
-        held = true;
-        kit::waitFor([&letGo] { return letGo.load(); });
-        m_cache.unlockMap();
-    });
-    ASSERT_TRUE(kit::waitFor([&held] { return held.load(); }));
-    const JsonValue reply = ask("objects");
-    letGo = true;
-    holder.join();
+    const JsonValue reply = askWithTheMapHeld("objects");
     EXPECT_EQ(reply.find("ok")->getKind(), JsonValue::Kind::False);
     EXPECT_EQ(text(reply, "error"), "the cache's map can't be had within a second");
 }
