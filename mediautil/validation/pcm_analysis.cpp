@@ -19,7 +19,7 @@ unsigned addPlain(PcmParser& parser, PcmPattern& pattern, unsigned samples) {
 
 // Samples that lie in one stretch of memory. What the vectors don't reach at either end is left to the plain rule: the
 // first sample, whose step begins elsewhere, and the last few.
-unsigned addStretch(PcmParser& parser, PcmPattern& pattern, const PcmScanner& scanner, unsigned samples) {
+unsigned addStretch(PcmParser& parser, PcmPattern& pattern, PcmScanner& scanner, unsigned samples) {
     unsigned there = 0;
     const unsigned char* const memory = parser.peekSamples(samples, there);
     if (scanner.least() == 0 || there <= scanner.least()) return addPlain(parser, pattern, std::max(there, 1u));
@@ -39,7 +39,7 @@ unsigned addStretch(PcmParser& parser, PcmPattern& pattern, const PcmScanner& sc
 }  // namespace
 
 void analysePcm(PcmParser& parser, PcmPattern& pattern, unsigned samples, PcmVectors vectors) {
-    const PcmScanner scanner(parser, pattern.getLimit(), vectors);
+    PcmScanner scanner(parser, pattern.getLimit(), vectors);
     while (samples > 0) {
         unsigned done = 0;
         if (!parser.isInBurst()) {

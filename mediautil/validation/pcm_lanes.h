@@ -76,10 +76,24 @@ struct Big16 : Narrow {
     static MO_INLINE std::int32_t value(const unsigned char* p) { return static_cast<std::int16_t>(p[0] << 8 | p[1]); }
 };
 
+// The same where a shuffle of bytes is one instruction.
+struct Big16Shuffled : Big16 {
+    static MO_INLINE Vector load(const unsigned char* p) {
+        const auto bytes = fetch<Bytes32>(p);
+        return (Vector)__builtin_shufflevector(bytes, bytes, 1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14, 17,
+                                               16, 19, 18, 21, 20, 23, 22, 25, 24, 27, 26, 29, 28, 31, 30);
+    }
+};
+
 // Eight samples of three bytes: four from the first twelve bytes, four from the other twelve. Each comes to the top of
 // its lane; what lies below it there is shifted out.
 struct Big24 : Wide {
     static constexpr unsigned s_bytes = 3;
+    // The difference has 25 bits.
+    static MO_INLINE Unsigned step(const Vector& from, const Vector& to) {
+        const Vector difference = to - from;
+        return (Unsigned)(difference < 0 ? -difference : difference);
+    }
     static MO_INLINE Vector load(const unsigned char* p) {
         const Bytes32 both = fetchBoth(p);
         return (Vector)__builtin_shufflevector(both, both, 0, 2, 1, 0, 3, 5, 4, 3, 6, 8, 7, 6, 9, 11, 10, 9, 20, 22, 21,
@@ -93,6 +107,20 @@ struct Big24 : Wide {
     static MO_INLINE Bytes32 fetchBoth(const unsigned char* p) {
         return __builtin_shufflevector(fetch<Bytes16>(p), fetch<Bytes16>(p + 8), 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11,
                                        12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31);
+    }
+};
+
+// The same where shuffles of bytes are many instructions: word by word, of which the last is taken by its end.
+struct Big24Common : Big24 {
+    static MO_INLINE Vector load(const unsigned char* p) {
+        return Vector{word(p),      word(p + 3),  word(p + 6),  word(p + 9),
+                      word(p + 12), word(p + 15), word(p + 18), word(p + 20) << 8} >>
+               8;
+    }
+    static MO_INLINE std::int32_t word(const unsigned char* p) {
+        std::uint32_t word;
+        std::memcpy(&word, p, sizeof word);
+        return static_cast<std::int32_t>(__builtin_bswap32(word));
     }
 };
 

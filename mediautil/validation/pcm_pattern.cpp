@@ -65,7 +65,6 @@ bool PcmPattern::addAc3(unsigned int channel) {
 
 void PcmPattern::add(const PcmStretch& stretch) {
     if (stretch.m_samples == 0) return;
-    if (!stretch.m_silent) m_silent = false;
     bool isOver = false;
     for (unsigned channel = 0; channel < m_nChannels; ++channel) {
         const PcmStretch::Channel& from = stretch.m_chan[channel];
@@ -76,6 +75,8 @@ void PcmPattern::add(const PcmStretch& stretch) {
         seen.m_over += from.m_over;
         seen.m_ok += stretch.m_samples - from.m_over;
         isOver |= seen.m_over > 0;
+        // Without a step all are what the sample ahead was, which has been seen.
+        if (from.m_maxStep > 0) m_silent = false;
     }
     m_suspect = isOver;
     m_nSamples += stretch.m_samples;

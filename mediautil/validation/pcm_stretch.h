@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "mediautil/validation/pcm_analysis.h"
+#include "mediautil/validation/pcm_pass.h"
 #include "shared/include/validation/pcm_pattern.h"
 
 class PcmParser;
@@ -17,7 +17,6 @@ struct PcmStretch {
     };
 
     unsigned m_samples = 0;
-    bool m_silent = true;
     Channel m_chan[PcmPattern::s_maxChannels];
 };
 
@@ -33,34 +32,19 @@ public:
     // Looks at instants from the head of `memory`, up to `samples`, up to the next one that begins a burst, and as far
     // as whole vectors go; there may be none. Each is measured against the one before it.
     // Requires: an instant ahead of `memory`.
-    PcmStretch scan(const unsigned char* memory, unsigned samples) const;
-
-    // What all its vectors are measured with.
-    struct Form {
-        unsigned m_bytes;     // of a channel's sample
-        unsigned m_channels;  // 1 to 32
-        std::uint32_t m_limit;
-        std::int32_t m_syncPa;
-        std::int32_t m_syncPb;
-    };
-    // What is found in some vectors: for each of their lanes that belongs to another channel than the others.
-    struct Found {
-        bool m_anyValue = false;
-        bool m_sync = false;
-        std::uint32_t m_maxStep[PcmPattern::s_maxChannels] = {};
-        std::uint32_t m_over[PcmPattern::s_maxChannels] = {};
-    };
-    using Pass = void (*)(const Form& form, const unsigned char* memory, unsigned groups, Found& found);
-    using Value = std::int32_t (*)(const unsigned char* memory);
+    PcmStretch scan(const unsigned char* memory, unsigned samples);
 
 private:
+    PcmPass::Found look(const unsigned char* memory, unsigned groups);
+    bool isOver(const PcmPass::Found& found) const;
     unsigned findSync(const unsigned char* memory, unsigned samples) const;
-    void close(const unsigned char* memory, const Found& found, PcmStretch& stretch) const;
+    void close(const unsigned char* memory, const PcmPass::Found& found, PcmStretch& stretch) const;
 
-    Form m_form;
+    const PcmPass::Form m_form;
     const PcmParser& m_parser;  // borrowed
-    bool m_isBlind;             // decoded by the rule these samples are all 0
-    Pass m_pass = nullptr;
-    Value m_value = nullptr;
-    unsigned m_least = 0;  // instants that begin and end with whole vectors
+    const bool m_isBlind;       // decoded by the rule these samples are all 0
+    PcmPass::Reader m_reader;
+    unsigned m_least = 0;       // instants that begin and end with whole vectors: a group
+    unsigned m_mostGroups = 0;  // in one pass
+    bool m_isDamaged = false;   // the last pass had steps above the limit
 };

@@ -14,10 +14,11 @@ using sound::Form;
 
 namespace {
 
-// Memory in pieces of its own, so that whatever reads past one is seen by a sanitizer.
+// Memory in pieces of its own, so that whatever reads past one is seen by a sanitizer. Each begins so many bytes behind
+// an aligned address.
 class Pieces {
 public:
-    Pieces(const std::string& bytes, const std::vector<std::size_t>& cuts) {
+    Pieces(const std::string& bytes, const std::vector<std::size_t>& cuts, std::size_t shift = 0) : m_shift(shift) {
         std::size_t at = 0;
         for (const std::size_t cut : cuts) {
             add(bytes.substr(at, cut - at));
@@ -25,13 +26,18 @@ public:
         }
         add(bytes.substr(at));
         for (std::vector<unsigned char>& piece : m_pieces)
-            m_list.push_back({piece.data(), static_cast<unsigned>(piece.size())});
+            m_list.push_back({piece.data() + m_shift, static_cast<unsigned>(piece.size() - m_shift)});
     }
     void attach(PcmParser& parser) { parser.setList(static_cast<unsigned>(m_list.size()), m_list.data()); }
 
 private:
-    void add(const std::string& bytes) { m_pieces.emplace_back(bytes.begin(), bytes.end()); }
+    void add(const std::string& bytes) {
+        m_pieces.emplace_back(m_shift);
+        m_pieces.back().insert(m_pieces.back().end(), bytes.begin(), bytes.end());
+        m_pieces.back().shrink_to_fit();
+    }
 
+    const std::size_t m_shift;
     std::vector<std::vector<unsigned char>> m_pieces;
     std::vector<simpleSgl_s> m_list;
 };
@@ -73,9 +79,9 @@ bool isSame(const PcmPattern::Channel& a, const PcmPattern::Channel& b) {
 
 // Both roads over the same block; `first` instants are analysed in a call of their own.
 void expectSame(const Form& form, const std::string& bytes, unsigned limit, const std::vector<std::size_t>& cuts = {},
-                unsigned first = 0) {
+                unsigned first = 0, std::size_t shift = 0) {
     const unsigned instants = static_cast<unsigned>(bytes.size()) / form.instant();
-    Pieces pieces(bytes, cuts);
+    Pieces pieces(bytes, cuts, shift);
     PcmParser plainParser;
     PcmPattern plain(limit, form.m_channels);
     plainParser.init(form.m_endian, form.m_bytes, form.m_channels);
@@ -183,6 +189,21 @@ TEST(PcmAnalysis, ManyBlocksOfTheUsualForms) {
     }
 }
 
+TEST(PcmAnalysis, BlocksOfEverySizeAtEveryAddress) {
+    Random random(7);
+    for (const Form& form : allForms()) {
+        if (form.m_channels > 3 && form.m_channels != 6) continue;
+        SCOPED_TRACE(nameOf(form));
+        // The last sample of many is cut.
+        const std::string block = music(random, form, 70);
+        for (std::size_t size = block.size() % 7; size <= block.size(); size += 1 + random() % 11) {
+            const std::size_t shift = random() % 33;
+            SCOPED_TRACE(std::to_string(size) + " bytes, shifted by " + std::to_string(shift));
+            ASSERT_NO_FATAL_FAILURE(expectSame(form, block.substr(0, size), limitOf(form, 16), {}, 0, shift));
+        }
+    }
+}
+
 TEST(PcmAnalysis, ABurstIsFoundAtEveryPlace) {
     Random random(3);
     for (const unsigned bytes : {1u, 2u, 3u, 4u}) {
@@ -269,13 +290,74 @@ TEST(PcmAnalysis, TheWidestStepsOf24And32BitsAreTheRules) {
     }
 }
 
-// More than one pass of vectors, and counts that would run over in a narrow lane.
+// More than one pass of vectors.
 TEST(PcmAnalysis, LongBlocksAreCountedToTheEnd) {
     const Form form{MediaEndian::Big, 2, 2};
     std::string block;
     for (unsigned i = 0; i < 70000; ++i)
         block += sound::words(form, {i % 2 == 0 ? 30000 : -30000, i == 69999 ? 9000 : 0});
     ASSERT_NO_FATAL_FAILURE(expectSame(form, block, 4096));
+}
+
+// Every channel has a lane of 16 bits of its own.
+TEST(PcmAnalysis, MoreStepsAreCountedThanANarrowLaneHolds) {
+    const Form form{MediaEndian::Big, 1, 16};
+    std::string block;
+    for (unsigned i = 0; i < 65600; ++i)
+        block.append(form.instant(), static_cast<char>(i % 2 * 100));
+    ASSERT_NO_FATAL_FAILURE(expectSame(form, block, 1));
+}
+
+// Passes are of 8192 instants of 16 bits and 4096 of 24, behind the first.
+TEST(PcmAnalysis, OneClickIsCountedWhereverItIs) {
+    for (const unsigned bytes : {2u, 3u}) {
+        const Form form{MediaEndian::Big, bytes, 2};
+        const std::string quiet = sound::steady(form, -700, 9000);
+        for (const unsigned place : {0u, 1u, 4095u, 4096u, 4097u, 8191u, 8192u, 8193u, 8998u, 8999u}) {
+            std::string block = quiet;
+            block.replace(place * form.instant() + form.m_bytes, form.m_bytes, sound::word(form, 300));
+            // One step below the limit, on it, and one above.
+            for (const unsigned limit : {1001u, 1000u, 999u}) {
+                SCOPED_TRACE(nameOf(form) + " at " + std::to_string(place) + ", limit " + std::to_string(limit));
+                ASSERT_NO_FATAL_FAILURE(expectSame(form, block, limit));
+            }
+        }
+    }
+}
+
+TEST(PcmAnalysis, DamageComesAndGoes) {
+    Random random(8);
+    for (const unsigned channels : {1u, 2u, 6u}) {
+        const Form form{MediaEndian::Big, 3, channels};
+        std::string block;
+        for (unsigned part = 0; part < 6; ++part)
+            block += part % 2 == 0 ? sound::steady(form, 5, 9000) : noise(random, 3000 * form.instant());
+        ASSERT_NO_FATAL_FAILURE(expectSame(form, block, limitOf(form, 16))) << channels;
+    }
+}
+
+// A word at one end of a pass or of a vector, in the last channel; all else is silent.
+TEST(PcmAnalysis, SilenceIsSilenceOnlyIfNoSampleIsHeard) {
+    for (const Form& form : {Form{MediaEndian::Big, 2, 2}, Form{MediaEndian::Big, 3, 2}, Form{MediaEndian::Big, 3, 1},
+                             Form{MediaEndian::Big, 4, 6}, Form{MediaEndian::Little, 3, 2}}) {
+        const std::string silence = sound::steady(form, 0, 8300);
+        for (const unsigned place : {0u, 1u, 2u, 8u, 9u, 4096u, 4097u, 8192u, 8193u, 8298u, 8299u}) {
+            SCOPED_TRACE(nameOf(form) + " at " + std::to_string(place));
+            std::string block = silence;
+            block.replace((place + 1) * form.instant() - form.m_bytes, form.m_bytes, sound::word(form, 0x400));
+            ASSERT_NO_FATAL_FAILURE(expectSame(form, block, 1u << 30));
+        }
+    }
+}
+
+// Behind a call that ended in sound there's silence to the end.
+TEST(PcmAnalysis, SilenceBehindSoundIsNoSilentBlock) {
+    for (const unsigned bytes : {2u, 3u, 4u}) {
+        const Form form{MediaEndian::Big, bytes, 2};
+        const std::string block = sound::steady(form, -1, 40) + sound::steady(form, 0, 500);
+        for (unsigned first = 35; first < 45; ++first)
+            ASSERT_NO_FATAL_FAILURE(expectSame(form, block, 100, {}, first)) << bytes << " bytes, " << first;
+    }
 }
 
 TEST(PcmAnalysis, SilenceAndConstantsAreSeenThrough) {
