@@ -23,7 +23,7 @@ struct ExitCodeText {
 // For help and manual.
 inline constexpr std::array<ExitCodeText, 9> s_exitCodeTexts = {{
     {ExitCode::Done, "done"},
-    {ExitCode::SomeFailed, "of several files at least one failed"},
+    {ExitCode::SomeFailed, "at least one file failed"},
     {ExitCode::WrongUsage, "wrong usage, or a track or range that the movie doesn't have"},
     {ExitCode::NotFound, "not found or not permitted"},
     {ExitCode::BadFile, "damaged or unsupported file, or no file at all (a folder, a device)"},

@@ -65,7 +65,9 @@ private:
         XmlBuffer buffer{text.data(), static_cast<std::int32_t>(text.size())};
         OpResult result = m_writer->get()->writeXmlToFile(buffer, m_options.m_target.c_str());
         if (result) return ExitCode::Done;
-        const Failure failure = Failure::from(result, m_options.m_target);
+        const bool isOpened = result.getCode() != MediaCode::UnknownError;
+        Failure failure = Failure::from(result, m_options.m_target);
+        if (!isOpened) failure.m_exit = ExitCode::NotFound;
         Output::tell(failure);
         return failure.m_exit;
     }

@@ -1,6 +1,7 @@
 #include "tools/options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 
@@ -54,6 +55,36 @@ std::string variableOf(const CLI::Option& option) {
     return name;
 }
 
+// What the command line itself asks for. What only the environment asks for gives way to it.
+class GivenOptions {
+public:
+    GivenOptions(const CLI::App& sub, const std::vector<std::string>& arguments) : m_sub(sub), m_arguments(arguments) {}
+
+    bool has(const char* name) const {
+        const CLI::Option& option = *m_sub.get_option(name);
+        const std::string variable = option.get_envname();
+        if (variable.empty() || std::getenv(variable.c_str()) == nullptr) return option.count() != 0;
+        return std::any_of(m_arguments.begin(), m_arguments.end(), [&option](const std::string& argument) {
+            return option.check_name(argument.substr(0, argument.find('=')));
+        });
+    }
+    // Of a form of its own and the documents one is printed. Fails: throws when the command line wants both.
+    void settle(const char* form, bool& isWanted, OutputOptions& output) const {
+        const char* const document = has("--json") ? "--json" : has("--field") ? "--field" : nullptr;
+        const bool isGiven = has(form);
+        if (isGiven && document != nullptr) throw CLI::ExcludesError(form, document);
+        if (isGiven) {
+            output.m_json = false;
+            output.m_field.clear();
+        }
+        if (output.wantsDocument()) isWanted = false;
+    }
+
+private:
+    const CLI::App& m_sub;
+    const std::vector<std::string>& m_arguments;
+};
+
 // The tree of options, and where its values go. Numbers stay texts until it is known which command was given: the
 // environment is read for all of them.
 class OptionTree {
@@ -83,13 +114,14 @@ public:
 
     CLI::App& app() { return m_app; }
 
-    // Requires: a parse that went well. Fails: throws for a value that isn't what its option takes.
-    Options finish() {
+    // Requires: a parse of these arguments that went well. Fails: throws for a value that isn't what its option takes.
+    Options finish(const std::vector<std::string>& arguments) {
         Options options = m_options;
         options.m_verbosity = static_cast<unsigned>(m_verbosity < 0 ? 0 : m_verbosity);
         const CLI::App* chosen = m_app.get_subcommands().front();
         options.m_command = m_commands.at(chosen->get_name());
         finishNumbers(options);
+        finishForms(*chosen, arguments, options);
         for (std::string& file : options.m_info.m_files)
             unguard(file);
         for (std::string& file : options.m_validate.m_files)
@@ -118,6 +150,18 @@ private:
         std::string m_channels;
         std::string m_bits;
     };
+
+    static void finishForms(const CLI::App& sub, const std::vector<std::string>& arguments, Options& options) {
+        const GivenOptions given(sub, arguments);
+        if (options.m_command == Command::Status)
+            given.settle("--openmetrics", options.m_status.m_openMetrics, options.m_status.m_output);
+        if (options.m_command != Command::Info) return;
+        InfoOptions& info = options.m_info;
+        given.settle("--xml", info.m_xml, info.m_output);
+        if (info.m_xml) return;
+        if (given.has("--output")) throw CLI::RequiresError("--output", "--xml");
+        info.m_target.clear();
+    }
 
     void finishNumbers(Options& options) const {
         switch (options.m_command) {
@@ -242,11 +286,8 @@ private:
         sub->add_option("FILE", m_options.m_info.m_files, "Movies")->required()->type_name("...");
         addFlag(sub, "--xml", m_options.m_info.m_xml, "Print one XML document (docs/schema/info.xsd)");
         addOption(sub, "-o,--output", m_options.m_info.m_target, "OUT",
-                  "A new file for the XML; - is standard output, which is the default")
-            ->needs(sub->get_option("--xml"));
+                  "A new file for the XML; - is standard output, which is the default");
         addOutput(sub, m_options.m_info.m_output, "Print one JSON document (docs/schema/info.json)", "movies.0.frames");
-        for (const char* other : {"--json", "--field"})
-            sub->get_option("--xml")->excludes(sub->get_option(other));
     }
 
     void addRead() {
@@ -334,7 +375,8 @@ private:
 
     void addValidate() {
         ValidateOptions& validate = m_options.m_validate;
-        CLI::App* sub = addCommand("validate", Command::Validate, "Read all essence and tell what is wrong with it");
+        CLI::App* sub =
+            addCommand("validate", Command::Validate, "Read all essence and tell what is wrong with its sound");
         sub->add_option("FILE", validate.m_files, "Movies")->required()->type_name("...");
         addProgress(sub, "bar, plain, json or none, on standard error; a bar on a terminal");
         addOutput(sub, validate.m_output, "Print one JSON document (docs/schema/validate.json)", "files.0.findings");
@@ -355,8 +397,6 @@ private:
         addProcess(sub, status.m_process);
         addFlag(sub, "--openmetrics", status.m_openMetrics, "Print its counters in the text form of OpenMetrics");
         addOutput(sub, status.m_output, "Print one JSON document (docs/schema/status.json)", "status.verdicts.update");
-        for (const char* document : {"--json", "--field"})
-            sub->get_option("--openmetrics")->excludes(sub->get_option(document));
     }
 
     void addSwitch() {
@@ -417,6 +457,7 @@ OptionEntry entryOf(const CLI::Option& option) {
                         place == "OLD" || place == "NEW" || place == "PROCESS";
     if (option.get_positional()) {
         entry.m_names.push_back(option.get_name(true));
+        entry.m_value = type;
         entry.m_choices = choicesOf(entry.m_names.front());
         return entry;
     }
@@ -500,7 +541,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     try {
         std::vector<std::string> arguments = guarded(argc, argv);
         tree.app().parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
-        parsed.m_options = tree.finish();
+        parsed.m_options = tree.finish(arguments);
     } catch (const CLI::CallForHelp&) {
         parsed.m_text = tree.app().help();
     } catch (const CLI::CallForVersion& version) {

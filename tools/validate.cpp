@@ -160,7 +160,13 @@ bool hasChecker(const MediaClipDesc& clip) {
     return looks;
 }
 
-// The tracks whose samples nobody looks at, or not as theirs, since they ride on another track's.
+// Little-endian words of less than 32 bits are looked at, but lose their lower bits on the way.
+bool isHeardInPart(const MediaClipDesc& clip) {
+    return clip.getEncoding() == MediaEncodingType::Pcm && clip.getEndian() == MediaEndian::Little &&
+           clip.getBitsPerUnit() < 32;
+}
+
+// The tracks whose samples nobody looks at in earnest, or not as theirs, since they ride on another track's.
 Json uncheckedTracks(const MediaObj& movie) {
     Json names = Json::array();
     for (unsigned i = 0; i < movie.getTrackCount(); ++i) {
@@ -168,7 +174,8 @@ Json uncheckedTracks(const MediaObj& movie) {
         bool isChecked = !track.isSlave();
         for (unsigned k = 0; isChecked && k < track.getClipCount(); ++k) {
             const MediaClipDesc& clip = *track.getClip(k);
-            isChecked = clip.getMediaId() == nullptr || hasChecker(clip);  // a gap has no samples
+            const bool isGap = clip.getMediaId() == nullptr;
+            isChecked = isGap || (hasChecker(clip) && !isHeardInPart(clip));
         }
         if (!isChecked) names.push_back(trackName(movie, i));
     }

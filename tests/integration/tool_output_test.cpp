@@ -146,6 +146,24 @@ TEST_F(ToolOutput, ProgressForProgramsEndsWithTheWhole) {
     EXPECT_EQ(runTool({"read", wav(), "-o", m_tree.path("out"), "--progress=json", "-q"}).m_err, "");
 }
 
+TEST_F(ToolOutput, ProgressIsABarOnATerminal) {
+    const std::string raw = m_tree.write("raw", std::string(std::size_t{24000} * 4, '\0'));  // half a second
+    const auto record = [&](const char* name, const char* more) {
+        const kit::Command plain = toolCommand({"record", m_tree.path(name), "--from", raw, "--realtime", more});
+        kit::Command command = plain;
+        std::string line;
+        for (const std::string& word : plain.m_arguments)
+            line += "'" + word + "' ";
+        command.m_arguments = {"script", "--quiet", "--return", "--command", line, "/dev/null"};
+        return kit::run(command);
+    };
+    const kit::Outcome bar = record("a.wav", "--bits=16");
+    EXPECT_EQ(bar.m_exit, 0);
+    EXPECT_THAT(bar.m_out, testing::ContainsRegex("\r\\[##+\\.*\\] 0 MB of 0 MB, 0 MB/s"));
+    EXPECT_EQ(record("b.wav", "--quiet").m_out, "");
+    EXPECT_EQ(record("c.wav", "--progress=none").m_out, "");
+}
+
 TEST_F(ToolOutput, OptionsComeFromTheEnvironmentAndTheCommandLineComesFirst) {
     const std::string path = wav();
     EXPECT_EQ(runHere({"info", path}, {{"MEDIACORE_FIELD", "timeBase"}}).m_out, "48000\n");
@@ -159,6 +177,28 @@ TEST_F(ToolOutput, OptionsComeFromTheEnvironmentAndTheCommandLineComesFirst) {
     EXPECT_EQ(runHere({"read", path}, {{"MEDIACORE_FROM", "ten"}}).m_exit, 2);
     EXPECT_EQ(runHere({"read", path, "--count", "1"}, {{"MEDIACORE_FRAMES", "1"}}).m_out.size(), 1600 * 4u);
     EXPECT_EQ(runHere({"formats"}, {{"MEDIACORE_FROM", "ten"}}).m_exit, 0);
+}
+
+TEST_F(ToolOutput, FormsThatOnlyTheEnvironmentAsksForGiveWay) {
+    const std::string path = wav();
+    const std::string text = runHere({"info", path}, {}).m_out;
+    EXPECT_EQ(runHere({"info", path}, {{"MEDIACORE_OUTPUT", "out"}}).m_out, text);
+    EXPECT_FALSE(m_tree.exists("out"));
+    documentOf(runHere({"info", "--json", path}, {{"MEDIACORE_XML", "1"}}), "info");
+    documentOf(runHere({"info", path}, {{"MEDIACORE_XML", "1"}, {"MEDIACORE_JSON", "1"}}), "info");
+    EXPECT_EQ(runHere({"info", "--field=timeBase", path}, {{"MEDIACORE_XML", "1"}}).m_out, "48000\n");
+    for (const char* variable : {"MEDIACORE_JSON", "MEDIACORE_FIELD"})
+        EXPECT_THAT(runHere({"info", "--xml", path}, {{variable, "1"}}).m_out, StartsWith("<?xml"));
+    EXPECT_EQ(runHere({"info", "--xml", path}, {{"MEDIACORE_OUTPUT", "out"}}).m_out, "");
+    EXPECT_TRUE(m_tree.exists("out"));
+    const kit::Outcome both = runHere({"info", "--xml", "--json", path}, {{"MEDIACORE_XML", "1"}});
+    EXPECT_EQ(both.m_exit, 2);
+    EXPECT_THAT(both.m_err, HasSubstr("--xml excludes --json"));
+    for (const char* option : {"-o", "--output"}) {
+        const kit::Outcome alone = runHere({"info", path, option, "new"}, {{"MEDIACORE_OUTPUT", "out"}});
+        EXPECT_EQ(alone.m_exit, 2) << option;
+        EXPECT_THAT(alone.m_err, HasSubstr("--output requires --xml"));
+    }
 }
 
 TEST_F(ToolOutput, TheLogIsSilentUnlessItIsAskedFor) {
@@ -211,12 +251,13 @@ TEST_F(ToolOutput, InfoForPeopleHasTheFacts) {
 TEST_F(ToolOutput, HelpHasExamplesAndExitCodes) {
     const kit::Outcome program = runTool({"--help"});
     EXPECT_EQ(program.m_exit, 0);
-    for (const char* text : {"info", "read", "frames", "formats", "watch", "play", "record", "validate", "status",
-                             "switch", "generate", "  130  interrupted\n", "  5    I/O error or no space\n"}) {
+    for (const char* text :
+         {"info", "read", "frames", "formats", "watch", "play", "record", "rename", "validate", "status", "switch",
+          "generate", "  130  interrupted\n", "  5    I/O error or no space\n"}) {
         EXPECT_THAT(program.m_out, HasSubstr(text));
     }
-    for (const char* command :
-         {"info", "read", "frames", "formats", "watch", "play", "record", "validate", "status", "switch", "generate"}) {
+    for (const char* command : {"info", "read", "frames", "formats", "watch", "play", "record", "rename", "validate",
+                                "status", "switch", "generate"}) {
         const kit::Outcome outcome = runTool({command, "--help"});
         EXPECT_EQ(outcome.m_exit, 0);
         EXPECT_THAT(outcome.m_out, HasSubstr(std::string("Examples:\nmediacore ") + command));
@@ -242,6 +283,10 @@ TEST_F(ToolOutput, CompletionKnowsCommandsOptionsAndFiles) {
     EXPECT_EQ(complete("mediacore read --fr", 2), "--from\n--frames\n");
     EXPECT_EQ(complete("mediacore read --progress j", 3), "json\n");
     EXPECT_EQ(complete("mediacore generate m", 2), "man\n");
+    EXPECT_EQ(complete("mediacore re", 1), "read\nrecord\nrename\n");
+    EXPECT_EQ(complete("mediacore rename --d", 2), "--dry-run\n");
+    EXPECT_EQ(complete("mediacore validate --prog", 2), "--progress\n");
+    EXPECT_EQ(complete("mediacore info --x", 2), "--xml\n");
     EXPECT_EQ(complete("mediacore info mov", 2), "movie one.wav\n");
     EXPECT_EQ(complete("mediacore info --verb", 2), "--verbose\n");
     EXPECT_EQ(complete("mediacore info -- --js", 3), "\n");
@@ -251,7 +296,8 @@ TEST_F(ToolOutput, TheManualSaysWhatTheHelpSays) {
     const std::string manual = runTool({"generate", "man"}).m_out;
     for (const char* text :
          {".TH MEDIACORE 1", ".SH NAME", ".SH EXIT STATUS", ".SH ENVIRONMENT", ".SH EXAMPLES",
-          "\\fB\\-\\-track\\fR \\fITRACK\\fR", "MEDIACORE_COUNT", "MEDIACORE_FRAMES", "\\fB130\\fR\ninterrupted."}) {
+          "\\fB\\-\\-track\\fR \\fITRACK\\fR", "MEDIACORE_COUNT", "MEDIACORE_FRAMES", "MEDIACORE_XML", ".SS rename\n",
+          "\\fB\\-\\-dry\\-run\\fR", ".SS validate\n", "\\fIFILE\\fR...", "\\fB130\\fR\ninterrupted."}) {
         EXPECT_THAT(manual, HasSubstr(text));
     }
     const json document = documentOf(runTool({"generate", "man", "--json"}), "generate");

@@ -148,7 +148,8 @@ TEST_F(ToolValidate, TracksThatNobodyChecksAreNamed) {
         json m_unchecked;
     };
     const std::vector<Case> cases = {{"dvvideo", "pcm_s16be", {"video0"}},
-                                     {"libx264", "pcm_s16le", {"video0"}},
+                                     {"libx264", "pcm_s16le", {"video0", "audio0"}},
+                                     {"libx264", "pcm_s24le", {"video0", "audio0"}},
                                      {"libx264", "pcm_alaw", {"video0", "audio0"}}};
     for (const Case& one : cases) {
         SCOPED_TRACE(std::string(one.m_video) + " " + one.m_audio);

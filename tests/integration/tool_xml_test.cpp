@@ -72,6 +72,43 @@ TEST_F(ToolXml, TellsWhatTheOtherDocumentTells) {
     EXPECT_THAT(runTool({"info", path}).m_out, HasSubstr("  umid      urn:smpte:umid:060A2B34.01010105."));
 }
 
+TEST_F(ToolXml, TellsOfPicturesTimecodeAndEveryClip) {
+    const std::vector<std::string> sources = {"ffmpeg", "-nostdin", "-v", "error",
+                                              "-f",     "lavfi",    "-i", "testsrc=size=720x576:rate=25:duration=0.4",
+                                              "-f",     "lavfi",    "-i", "sine=sample_rate=48000:duration=0.4"};
+    const auto make = [&](const char* name, const std::vector<std::string>& more) {
+        std::vector<std::string> arguments = sources;
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        arguments.push_back(m_tree.path(name));
+        const kit::Outcome made = kit::run(arguments);
+        EXPECT_TRUE(made.good()) << made.m_err;
+        return m_tree.path(name);
+    };
+    for (const std::string& path :
+         {make("a.dv", {"-target", "pal-dv"}),
+          make("long.mov", {"-c:v", "libx264", "-bf", "2", "-c:a", "pcm_s24be", "-timecode", "10:00:00:00"}),
+          make("plain.mp4", {"-c:v", "mpeg4", "-c:a", "aac"})}) {
+        SCOPED_TRACE(path);
+        const std::string xml = runTool({"info", "--xml", path}).m_out;
+        expectValid(xml);
+        const nlohmann::json movie = documentOf(runTool({"info", "--json", path}), "info")["movies"][0];
+        const bool hasTimecode = movie.contains("timecode");
+        EXPECT_EQ(find(xml, "count(//timecode)"), hasTimecode ? "1" : "0");
+        EXPECT_EQ(find(xml, "//timecode/@text"), hasTimecode ? movie["timecode"]["text"] : nlohmann::json(""));
+        EXPECT_EQ(find(xml, "count(//track)"), std::to_string(movie["tracks"].size()));
+        for (std::size_t track = 0; track < movie["tracks"].size(); ++track) {
+            const std::string place = "//track[" + std::to_string(track + 1) + "]";
+            const nlohmann::json& clips = movie["tracks"][track]["clips"];
+            EXPECT_EQ(find(xml, "count(" + place + "/clip)"), std::to_string(clips.size()));
+            for (const auto& [name, value] : clips[0].items()) {
+                if (value.is_structured()) continue;
+                EXPECT_EQ(find(xml, place + "/clip[1]/@" + name),
+                          value.is_string() ? value : nlohmann::json(value.dump()));
+            }
+        }
+    }
+}
+
 TEST_F(ToolXml, TellsAllMoviesAndWhatCannotBeOpened) {
     const std::string path = wav();
     const std::string damaged = m_tree.write("damaged.wav", "RIFF");
@@ -124,7 +161,7 @@ TEST_F(ToolXml, FileThatIsThereIsRefusedAndNotTouched) {
 TEST_F(ToolXml, FileThatCannotBeWrittenIsTold) {
     const std::string path = wav();
     const kit::Outcome missing = runTool({"info", "--xml", path, "-o", m_tree.path("gone/out.xml")});
-    EXPECT_EQ(missing.m_exit, 1);
+    EXPECT_EQ(missing.m_exit, 3);
     EXPECT_THAT(missing.m_err, HasSubstr(path + ": failed to open " + m_tree.path("gone/out.xml")));
     kit::Command full = toolCommand({"info", "--xml", path, "-o", m_tree.path("full.xml")});
     full.m_fileSize = 100;
