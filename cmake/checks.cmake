@@ -2,7 +2,7 @@
 
 function(mc_check name)
   add_test(NAME ${MEDIACORE_TEST_PREFIX}check.${name} ${ARGN})
-  set_tests_properties(${MEDIACORE_TEST_PREFIX}check.${name} PROPERTIES LABELS check TIMEOUT 600)
+  set_tests_properties(${MEDIACORE_TEST_PREFIX}check.${name} PROPERTIES LABELS check TIMEOUT 600 COST 40)
 endfunction()
 
 # --- the rules of the sources, and the proof that they see ---
@@ -44,7 +44,7 @@ endforeach()
 if(MEDIACORE_CLANGXX)
   foreach(room services mediautil neighbours backends)
     mc_check(thread_safety.${room} COMMAND ${CMAKE_COMMAND} -DROOT=${CMAKE_SOURCE_DIR} -DROOM=${room}
-      -DCOMPILER=${MEDIACORE_CLANGXX} -DKIND=thread_safety -P ${CMAKE_SOURCE_DIR}/cmake/check_compiles.cmake)
+      -DCOMPILER=${MEDIACORE_CLANGXX} -DKIND=thread_safety -DBUILD=${CMAKE_BINARY_DIR} -P ${CMAKE_SOURCE_DIR}/cmake/check_compiles.cmake)
   endforeach()
   set(thread_safety ${MEDIACORE_CLANGXX} -std=c++20 -fsyntax-only -Wthread-safety -Werror -I${CMAKE_SOURCE_DIR})
   mc_check(thread_safety.a_sound_class_passes

@@ -7,6 +7,10 @@ include(GoogleTest)
 set(MEDIACORE_UNIT_TIMEOUT 60)
 set(MEDIACORE_INTEGRATION_TIMEOUT 180)
 set(MEDIACORE_STRESS_TIMEOUT 300)
+# What takes long begins early, so that no single one is left for the end.
+set(MEDIACORE_UNIT_COST 1)
+set(MEDIACORE_INTEGRATION_COST 30)
+set(MEDIACORE_STRESS_COST 25)
 set(MEDIACORE_TEST_ENVIRONMENT "")
 if(MEDIACORE_SANITIZE)
   set(MEDIACORE_UNIT_TIMEOUT 240)
@@ -26,20 +30,42 @@ add_library(mc_services_for_tests STATIC $<TARGET_OBJECTS:mc_services_system> $<
   $<TARGET_OBJECTS:mc_services_file> $<TARGET_OBJECTS:mc_services_metadata>)
 target_link_libraries(mc_services_for_tests PUBLIC mc_flags PRIVATE ${MEDIACORE_SYSTEM_LIBRARIES})
 
-# What is tested is optimised under the sanitizers, so that it runs in time; its tests aren't, so that they compile in
-# time.
+# One kind of position-independent code for the programs and the kit, which is a library: they share their headers.
 add_library(mc_test_flags INTERFACE)
 target_link_libraries(mc_test_flags INTERFACE mc_flags GTest::gmock)
+target_compile_options(mc_test_flags INTERFACE -fPIC)
+# What is tested is optimised under the sanitizers, so that it runs in time; its tests aren't, so that they compile in
+# time.
 if(MEDIACORE_SANITIZE)
   target_compile_options(mc_test_flags INTERFACE -O0)
 endif()
+# A test's own failure names its line; more about its variables would cost a sixth of its compile.
+target_compile_options(mc_test_flags INTERFACE $<$<NOT:$<BOOL:${MEDIACORE_COVERAGE}>>:-g1>)
+find_program(MEDIACORE_LLD NAMES ld.lld)
+if(MEDIACORE_LLD)
+  target_link_options(mc_test_flags INTERFACE -fuse-ld=lld)
+endif()
 
 if(MEDIACORE_PCH)
-  # A program as the tests are, since only the same flags make the same headers.
-  add_executable(mc_test_pch EXCLUDE_FROM_ALL ${CMAKE_SOURCE_DIR}/cmake/empty.cpp)
-  target_link_libraries(mc_test_pch PRIVATE mc_test_flags GTest::gtest_main)
+  add_library(mc_test_pch OBJECT EXCLUDE_FROM_ALL ${CMAKE_SOURCE_DIR}/cmake/empty.cpp)
+  target_link_libraries(mc_test_pch PRIVATE mc_test_flags)
   target_precompile_headers(mc_test_pch PRIVATE <gmock/gmock.h> <gtest/gtest.h> ${MEDIACORE_PCH_HEADERS})
 endif()
+
+function(mc_share_test_headers target)
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+  if(MEDIACORE_PCH)
+    target_precompile_headers(${target} REUSE_FROM mc_test_pch)
+  endif()
+endfunction()
+
+# In the code of the tests themselves, a look at each pointer is a quarter of the compile. A null pointer ends a program
+# all the same. The library has every check, and so have the tests of the services.
+function(mc_look_at_fewer_pointers sources)
+  if(MEDIACORE_SANITIZE MATCHES "undefined")
+    set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS "-fno-sanitize=null,alignment")
+  endif()
+endfunction()
 
 # The kit brings the whole library, private headers included, and what the tests share.
 file(GLOB_RECURSE kit_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/kit/*.cpp)
@@ -48,10 +74,29 @@ if(NOT kit_sources)
 endif()
 add_library(mc_test_kit STATIC ${kit_sources})
 target_link_libraries(mc_test_kit PUBLIC mediacore_static mc_test_flags)
+mc_look_at_fewer_pointers("${kit_sources}")
+mc_share_test_headers(mc_test_kit)
+
+# The main function of all of them.
+add_library(mc_test_main STATIC ${CMAKE_SOURCE_DIR}/tests/runner/test_main.cpp)
+target_link_libraries(mc_test_main PUBLIC mc_test_flags)
+mc_share_test_headers(mc_test_main)
 
 foreach(label unit integration stress)
   add_custom_target(tests_${label})
 endforeach()
+
+function(mc_tests_in_parts name sources)
+  list(LENGTH sources count)
+  math(EXPR last "(${count} - 1) / 3")
+  math(EXPR parts "${last} + 1")
+  foreach(part RANGE ${last})
+    math(EXPR number "${part} + 1")
+    set(test ${MEDIACORE_TEST_PREFIX}${name}.${number}_of_${parts})
+    add_test(NAME ${test} COMMAND ${name} --alone=${part}/${parts}:${MEDIACORE_UNIT_TIMEOUT})
+    set_tests_properties(${test} PROPERTIES LABELS unit TIMEOUT 1200 COST 20 ENVIRONMENT "${MEDIACORE_TEST_ENVIRONMENT}")
+  endforeach()
+endfunction()
 
 # One program of the sources given; nothing when there is none, or when the program stands already.
 function(mc_test_program name label sources)
@@ -59,9 +104,10 @@ function(mc_test_program name label sources)
     return()
   endif()
   add_executable(${name} ${sources})
-  target_link_libraries(${name} PRIVATE ${ARGN} mc_test_flags GTest::gtest_main)
-  if(MEDIACORE_PCH)
-    target_precompile_headers(${name} REUSE_FROM mc_test_pch)
+  target_link_libraries(${name} PRIVATE ${ARGN} mc_test_main)
+  mc_share_test_headers(${name})
+  if("mc_test_kit" IN_LIST ARGN)
+    mc_look_at_fewer_pointers("${sources}")
   endif()
   if(TARGET mediacore_tool AND label STREQUAL "integration")
     target_compile_definitions(${name} PRIVATE MEDIACORE_TOOL="$<TARGET_FILE:mediacore_tool>")
@@ -69,11 +115,16 @@ function(mc_test_program name label sources)
   endif()
   add_dependencies(tests_${label} ${name})
   string(TOUPPER ${label} upper)
+  # Starting a program costs most of a short case there: a test runs many cases, each still in a process of its own.
+  if(MEDIACORE_SANITIZE AND label STREQUAL "unit")
+    mc_tests_in_parts(${name} "${sources}")
+    return()
+  endif()
   # Each case is a process of its own, found when the tests are run: a program that was not built or can't list its
   # cases is a failed test and not a missing one.
   gtest_discover_tests(${name} TEST_PREFIX ${MEDIACORE_TEST_PREFIX}${name}. DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     NO_PRETTY_VALUES NO_PRETTY_TYPES
-    PROPERTIES LABELS ${label} TIMEOUT ${MEDIACORE_${upper}_TIMEOUT} ENVIRONMENT "${MEDIACORE_TEST_ENVIRONMENT}")
+    PROPERTIES LABELS ${label} COST ${MEDIACORE_${upper}_COST} TIMEOUT ${MEDIACORE_${upper}_TIMEOUT} ENVIRONMENT "${MEDIACORE_TEST_ENVIRONMENT}")
 endfunction()
 
 # mc_test(name folder label libraries...): one program of every source below the folder.

@@ -3,6 +3,15 @@
 file(GLOB tool_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tools/*.cpp ${CMAKE_SOURCE_DIR}/tools/*/*.cpp)
 set(tool_frame ${CMAKE_SOURCE_DIR}/tools/main.cpp ${CMAKE_SOURCE_DIR}/tools/options.cpp)
 list(REMOVE_ITEM tool_sources ${tool_frame})
+# What nothing but the tool itself runs is left out where only the tests of the parts are built.
+set(tool_commands bash_completion control_connection events formats frames generate held_movie help_examples info
+  manual_page mpeg_pictures play progress read record rename sample_source status status_text switch track_samples
+  validate watch)
+if(NOT MEDIACORE_TOOLS)
+  list(TRANSFORM tool_commands PREPEND ${CMAKE_SOURCE_DIR}/tools/)
+  list(TRANSFORM tool_commands APPEND .cpp)
+  list(REMOVE_ITEM tool_sources ${tool_commands})
+endif()
 find_package(nlohmann_json REQUIRED)
 find_package(pugixml REQUIRED)
 # One file that runs wherever it is copied to, so the archive and not the shared library.
@@ -10,6 +19,9 @@ add_library(mc_tool STATIC ${tool_sources})
 target_link_libraries(mc_tool PUBLIC mediacore_static mc_flags nlohmann_json::nlohmann_json
   PRIVATE $<IF:$<TARGET_EXISTS:pugixml::static>,pugixml::static,pugixml::pugixml>)
 target_compile_definitions(mc_tool PUBLIC MEDIACORE_VERSION="${PROJECT_VERSION}")
+if(MEDIACORE_PCH)
+  target_precompile_headers(mc_tool PRIVATE <nlohmann/json.hpp> ${MEDIACORE_PCH_HEADERS})
+endif()
 
 # The tests of the parts need no more.
 if(NOT MEDIACORE_TOOLS)

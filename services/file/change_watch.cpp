@@ -15,14 +15,13 @@ constexpr unsigned threadStack = 256 * 1024;
 constexpr unsigned signalPriority = 200;  // behind the cache, whose thread takes its watches back
 
 std::atomic<ChangeWatch*> s_instance{nullptr};
+std::atomic<pid_t> s_process{0};  // that made it
 
-// The thread must not go on while static objects are destroyed. A process that was forked off has no such thread.
+// The thread must not go on while static objects are destroyed. A process that was forked off later has no such thread.
 struct AtExit {
-    const pid_t m_process = ::getpid();
-
     ~AtExit() {
         ChangeWatch* const watch = s_instance.load(std::memory_order_acquire);
-        if (watch != nullptr && ::getpid() == m_process) watch->stop();
+        if (watch != nullptr && ::getpid() == s_process.load(std::memory_order_relaxed)) watch->stop();
     }
 };
 AtExit s_atExit;
@@ -38,6 +37,7 @@ ChangeWatch& ChangeWatch::get() {
     static ChangeWatch* const watch = [] {
         ChangeWatch* const made = new ChangeWatch;
         Subsystem::Registry::registerSignalHandlers(made->m_signals);
+        s_process.store(::getpid(), std::memory_order_relaxed);
         s_instance.store(made, std::memory_order_release);
         return made;
     }();
