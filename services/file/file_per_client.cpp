@@ -222,8 +222,8 @@ bool FilePerClient::tryAddOpen(std::vector<OpenHandles>& clients) const {
 bool FilePerClient::sameFile(const FilePerClient& other) const {
     if (m_ref.identity() != nullptr && m_ref.identity() == other.m_ref.identity()) return true;
     const OsPathId id = getPathId();
-    // Without a file, as when both have gone, the same path is the same file.
-    return id != 0 ? id == other.getPathId() : other.getPathId() == 0 && std::strcmp(getPath(), other.getPath()) == 0;
+    // Where nothing is at the path any more, as while somebody moves it, what is open by that path is that file.
+    return id != 0 ? id == other.getPathId() : std::strcmp(getPath(), other.getPath()) == 0;
 }
 
 bool FilePerClient::inheritFileHandles(const FilePerClient& other) {

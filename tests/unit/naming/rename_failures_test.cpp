@@ -71,6 +71,16 @@ TEST_F(RenameFails, ANamerThatRefusesIsAWarning) {
     EXPECT_TRUE(movie->m_moves.empty());
 }
 
+TEST_F(RenameFails, ANameOfTheMoviesThatIsTooLongForItsMediaIsAWarning) {
+    const Held movie(makeWith(1));
+    const Listing before = files();
+    // Below the folder the place that the file would keep is short enough, and the name after the movie isn't.
+    const std::string name(255 - at("n").size(), 'x');
+    EXPECT_TRUE(isWarning(movie->rename(at("n/" + name).c_str(), true, nullptr), 1));
+    EXPECT_EQ(files(), before);
+    EXPECT_TRUE(movie->m_moves.empty());
+}
+
 TEST_F(RenameFails, AFolderThatCannotBeMadeForMediaIsAWarning) {
     const Held movie(makeWith(2));
     m_tree.write("wall", "no folder");

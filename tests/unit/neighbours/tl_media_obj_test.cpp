@@ -9,6 +9,7 @@
 #include "shared/include/index/media_sample_desc.h"
 #include "shared/include/io/media_io_buf.h"
 #include "shared/include/io/media_read_req.h"
+#include "shared/include/naming/default_media_namer.h"
 #include "tests/kit/cache_scene.h"
 #include "tests/kit/switch_guard.h"
 
@@ -157,13 +158,53 @@ public:
         return false;
     }
     void setClipProperties(bool flag) override { note("setClipProperties", flag); }
+    const char* getClipProperties() const override { return "answering properties"; }
+    bool addClipProperty(const char* name) override {
+        note(name);
+        return false;
+    }
+    OpResult isClipSupported(const char* supported) const override { return noteResult(supported); }
+    void resetClipProperties() override { note("resetClipProperties"); }
+    OpResult requestClipProperties(const char* names) override { return noteResult(names); }
+    const UserDataSet* getUserDataMovie() const override { return someData(27); }
+    UserDataSet* getUserDataMovie(bool make) override {
+        note("getUserDataMovie", make);
+        return someData(28);
+    }
+    const char* getUmid() const override { return "answering umid"; }
+    OpResult generateUmid() override { return noteResult("generateUmid"); }
+    OpResult setProxyUmid(const MediaObj& other) override {
+        m_asked = &other;
+        return noteResult("setProxyUmid");
+    }
+    const char* getSourceUmid(OpResult& result) override {
+        result = MO_WARNING(MediaCode::ReadError, nullptr);
+        return "answering source";
+    }
+    OpResult rename(const char* newPath, bool renameMedia, Namer* namer) override {
+        m_asked = namer;
+        note(newPath, renameMedia);
+        return OpResult(OpResult::Ok);
+    }
+    OpResult renameMediaId(MediaIdRec* id, const char* path) override {
+        m_asked = id;
+        return noteResult(path);
+    }
+    OpResult reviewMediaName(DefaultMediaNamer& namer, NameReq& req, std::string& name) override {
+        m_asked = &namer;
+        name = req.m_path;
+        return noteResult("reviewMediaName");
+    }
     void addWriter() override { note("addWriter"); }
     void dropWriter() override { note("dropWriter"); }
 
     static MediaIdRec* someId(std::uintptr_t id) { return reinterpret_cast<MediaIdRec*>(id); }
+    // Never looked into.
+    static UserDataSet* someData(std::uintptr_t place) { return reinterpret_cast<UserDataSet*>(place); }
     std::vector<std::string> takeNotes() const { return std::exchange(m_notes, {}); }
 
     MediaParams m_bag;
+    const void* m_asked = nullptr;  // the object or id that the last question was about
 
 private:
     template <typename... Args>
@@ -323,6 +364,50 @@ TEST_F(StandIn, PassesOnWhatItIsToldToDo) {
     EXPECT_THAT(notes([&] { m_movie.setClipProperties(true); }), ElementsAre("setClipProperties 1"));
     EXPECT_THAT(notes([&] { m_movie.addWriter(); }), ElementsAre("addWriter"));
     EXPECT_THAT(notes([&] { m_movie.dropWriter(); }), ElementsAre("dropWriter"));
+}
+
+TEST_F(StandIn, HasTheClipPropertiesAndTheUmidOfTheMovieBehind) {
+    EXPECT_STREQ(m_movie.getClipProperties(), "answering properties");
+    EXPECT_THAT(notes([&] { EXPECT_FALSE(m_movie.addClipProperty("one more")); }), ElementsAre("one more"));
+    EXPECT_THAT(notes([&] { EXPECT_TRUE(m_movie.isClipSupported("these").success()); }), ElementsAre("these"));
+    EXPECT_THAT(notes([&] { m_movie.resetClipProperties(); }), ElementsAre("resetClipProperties"));
+    EXPECT_THAT(notes([&] { EXPECT_TRUE(m_movie.requestClipProperties("those").success()); }), ElementsAre("those"));
+    EXPECT_EQ(m_const.getUserDataMovie(), AnsweringMovie::someData(27));
+    EXPECT_THAT(notes([&] { EXPECT_EQ(m_movie.getUserDataMovie(true), AnsweringMovie::someData(28)); }),
+                ElementsAre("getUserDataMovie 1"));
+    EXPECT_STREQ(m_movie.getUmid(), "answering umid");
+    EXPECT_THAT(notes([&] { EXPECT_TRUE(m_movie.generateUmid().success()); }), ElementsAre("generateUmid"));
+    const AutoReleasePtr<ScriptedMovie> other(lonely());
+    EXPECT_THAT(notes([&] { EXPECT_TRUE(m_movie.setProxyUmid(*other.get()).success()); }), ElementsAre("setProxyUmid"));
+    EXPECT_EQ(m_behind->m_asked, other.get());
+    EXPECT_STREQ(m_movie.getSourceUmid(m_result), "answering source");
+    EXPECT_TRUE(kit::isWarning(m_result, MediaCode::ReadError));
+    m_result.discard();
+}
+
+TEST_F(StandIn, IsRenamedAsTheMovieBehind) {
+    DefaultMediaNamer namer(nullptr, nullptr, 1);
+    EXPECT_THAT(notes([&] { EXPECT_TRUE(m_movie.rename("new path", true, namer.getCbInfo()).success()); }),
+                ElementsAre("new path 1"));
+    EXPECT_EQ(m_behind->m_asked, namer.getCbInfo());
+    EXPECT_THAT(notes([&] { EXPECT_TRUE(m_movie.rename("newer", false, nullptr).success()); }), ElementsAre("newer 0"));
+    EXPECT_EQ(m_behind->m_asked, nullptr);
+    EXPECT_THAT(notes([&] { EXPECT_TRUE(m_movie.renameMediaId(AnsweringMovie::someId(29), "media path").success()); }),
+                ElementsAre("media path"));
+    EXPECT_EQ(m_behind->m_asked, AnsweringMovie::someId(29));
+    MediaObj::NameReq req("asked for", 0, MediaFileType::Wav);
+    std::string name;
+    EXPECT_THAT(notes([&] { EXPECT_TRUE(m_movie.reviewMediaName(namer, req, name).success()); }),
+                ElementsAre("reviewMediaName"));
+    EXPECT_EQ(m_behind->m_asked, &namer);
+    EXPECT_EQ(name, "asked for");
+}
+
+// Whether a clip is checked, and what its frame behind the last is, the clip of the movie behind decides: it is that
+// one.
+TEST_F(StandIn, ShowsTheClipsOfTheMovieBehind) {
+    EXPECT_EQ(m_movie.getTrackAt(0)->getClip(0), m_behind->getTrackAt(0)->getClip(0));
+    EXPECT_EQ(&m_movie.getTrackAt(0)->getClip(0)->getObj(), m_behind.get());
 }
 
 TEST_F(StandIn, BuildsInTheMovieBehind) {

@@ -202,6 +202,20 @@ TEST_F(ClientFiles, MoveToASuccessor) {
     EXPECT_FALSE(next.inheritFileHandles(next));
 }
 
+TEST_F(ClientFiles, MoveToASuccessorAtTheSamePathWhenTheFileHasLeftIt) {
+    const std::string a = m_tree.write("a", "text");
+    m_file.setPath(a.c_str());
+    const Fp one = m_file.getReadFp(client(1));
+    ASSERT_EQ(::rename(a.c_str(), (m_tree / "b").c_str()), 0);
+    FilePerClient next, stranger;
+    stranger.setPath((m_tree / "c").c_str());
+    EXPECT_FALSE(stranger.inheritFileHandles(m_file));
+    next.setPath(a.c_str());
+    EXPECT_TRUE(next.inheritFileHandles(m_file));
+    EXPECT_EQ(one.get(), next.getReadFp(client(1)).get());
+    EXPECT_EQ("text", textOf(next.getReadFp(client(1))));
+}
+
 TEST_F(ClientFiles, AreRenamedWithTheirHandles) {
     const std::string a = m_tree.write("a", "text");
     m_file.setPath(a.c_str());
