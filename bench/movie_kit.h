@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <limits>
 
 #include "bench/bench_kit.h"
@@ -115,6 +116,26 @@ inline MediaObj* openMovie(const std::string& path) {
 // The cache lets go of everything that nobody holds, as if much time had gone by.
 inline void expireMovies() {
     CachedMediaObj::getRef()->expireZombies(std::numeric_limits<long long>::max() / 2, nullptr);
+}
+
+// Seconds of the thread for an open with nothing of the file in the cache.
+inline double firstOpen(const std::string& path) {
+    const double begin = threadSeconds();
+    openMovie(path)->release();
+    const double spent = threadSeconds() - begin;
+    expireMovies();
+    return spent;
+}
+
+// The mean of many of them.
+inline std::function<double()> firstOpens(const std::string& path, bool quick) {
+    const unsigned count = quick ? 4 : 200;
+    return [path, count] {
+        double spent = 0;
+        for (unsigned i = 0; i < count; ++i)
+            spent += firstOpen(path);
+        return spent / count;
+    };
 }
 
 // Numbers below a limit in an order that no prefetcher foresees; cheap enough to stand inside a measured loop.

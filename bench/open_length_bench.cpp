@@ -32,25 +32,6 @@ std::string makeDv(const bench::Folder& folder, const char* name, unsigned secon
     return path;
 }
 
-// Opens a file with nothing of it in the cache.
-double firstOpen(const std::string& path) {
-    const double begin = bench::threadSeconds();
-    bench::openMovie(path)->release();
-    const double spent = bench::threadSeconds() - begin;
-    bench::expireMovies();
-    return spent;
-}
-
-std::function<double()> firstOpens(const std::string& path, bool quick) {
-    const unsigned count = quick ? 4 : 200;
-    return [path, count] {
-        double spent = 0;
-        for (unsigned i = 0; i < count; ++i)
-            spent += firstOpen(path);
-        return spent / count;
-    };
-}
-
 // What an open asks of the system, the first one of all left out.
 template <class Open>
 bench::SystemCalls callsOf(const std::string& path, Open open) {
@@ -76,9 +57,9 @@ void tellReads(const char* kind, const std::string& minute, const std::string& h
 void measureOpens(const std::string& kind, const std::string& minute, const std::string& hour,
                   const bench::Options& options) {
     bench::Rounds all(options);
-    all.add("hour", firstOpens(hour, options.m_quick));
-    all.add("hour again", firstOpens(hour, options.m_quick));
-    all.add("minute", firstOpens(minute, options.m_quick));
+    all.add("hour", bench::firstOpens(hour, options.m_quick));
+    all.add("hour again", bench::firstOpens(hour, options.m_quick));
+    all.add("minute", bench::firstOpens(minute, options.m_quick));
 #ifdef MEDIACORE_HAVE_AVFORMAT
     all.addCall("avformat", bench::threadSeconds, [&hour] { bench::openByAvformat(hour.c_str(), false); });
     all.addCall("avformat, streams", bench::threadSeconds, [&hour] { bench::openByAvformat(hour.c_str(), true); });

@@ -1,5 +1,7 @@
 // Renames of a movie with a hundred media files, beside rename(2) of as many files: into another folder, where the
-// media keep their names, and beside, where each gets a new one.
+// media keep their names, and beside, where each gets a new one. First of a movie that stores no references, so that
+// only files are moved; then of one whose file is rewritten with each of them, also beside the calls that this takes at
+// least.
 
 #include <cstdio>
 
@@ -88,15 +90,18 @@ private:
 };
 
 // The movie, and its media beside it.
-std::vector<std::string> writeFiles(const bench::Folder& folder, const std::string& name) {
+std::vector<std::string> writeFiles(const bench::Folder& folder, const std::string& name,
+                                    const std::string& movie = "movie.none", const std::string& bytes = "bytes") {
     std::filesystem::create_directories(folder.path(name + "/one"));
     std::filesystem::create_directories(folder.path(name + "/two"));
-    std::vector<std::string> paths = {folder.path(name + "/one/movie.none")};
+    std::vector<std::string> paths = {folder.path(name + "/one/" + movie)};
     for (unsigned i = 0; i < s_media; ++i)
         paths.push_back(folder.path(name + "/one/take" + std::to_string(i) + ".wav"));
     for (const std::string& path : paths) {
         const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        if (fd < 0 || ::write(fd, "bytes", 5) != 5) bench::fail("write", path);
+        const std::string& content = path == paths.front() ? bytes : "bytes";
+        const auto size = static_cast<ssize_t>(content.size());
+        if (fd < 0 || ::write(fd, content.data(), content.size()) != size) bench::fail("write", path);
         ::close(fd);
     }
     return paths;
@@ -106,9 +111,11 @@ std::vector<std::string> writeFiles(const bench::Folder& folder, const std::stri
 class Ours {
 public:
     Ours(const bench::Folder& folder, const std::string& name, const char* other, bool renameMedia)
-        : m_movie(FileMovie::make(writeFiles(folder, name))),
-          m_names{folder.path(name + "/one/movie.none"), folder.path(name + other)},
-          m_renameMedia(renameMedia) {}
+        : Ours(FileMovie::make(writeFiles(folder, name)), folder.path(name + "/one/movie.none"),
+               folder.path(name + other), renameMedia) {}
+    // Takes: the reference.
+    Ours(MediaObj* movie, const std::string& one, const std::string& other, bool renameMedia)
+        : m_movie(movie), m_names{one, other}, m_renameMedia(renameMedia) {}
     ~Ours() { m_movie->release(); }
     Ours(const Ours&) = delete;
     Ours& operator=(const Ours&) = delete;
@@ -120,7 +127,7 @@ public:
     }
 
 private:
-    FileMovie* const m_movie;
+    MediaObj* const m_movie;
     const std::string m_names[2];
     const bool m_renameMedia;
     unsigned m_at = 0;
@@ -135,9 +142,15 @@ public:
     }
 
     void operator()() {
+        (*this)([](unsigned) {});
+    }
+    // With something to do behind each file.
+    template <class Then>
+    void operator()(Then then) {
         for (unsigned i = 0; i <= s_media; ++i) {
             if (::rename(m_paths[m_at][i].c_str(), m_paths[1 - m_at][i].c_str()) != 0)
                 bench::fail("rename", m_paths[m_at][i]);
+            then(i);
         }
         m_at = 1 - m_at;
     }
@@ -147,10 +160,118 @@ private:
     unsigned m_at = 0;
 };
 
+std::string number(std::uint64_t value, unsigned bytes) {
+    std::string text;
+    for (unsigned i = bytes; i-- > 0;)
+        text += static_cast<char>(value >> (8 * i) & 0xFF);
+    return text;
+}
+std::string atom(const char* type, const std::string& body) { return number(body.size() + 8, 4) + type + body; }
+std::string list(const char* type, const std::string& entries, unsigned count = 1) {
+    return atom(type, number(0, 4) + number(count, 4) + entries);
+}
+
+// A movie file with a track for each media file.
+std::string movieBytes() {
+    const std::string entry = atom(
+        "sowt", number(1, 8) + number(0, 8) + number(2, 2) + number(16, 2) + number(0, 4) + number(48000u << 16, 4));
+    const std::string tables = list("stsd", entry) + list("stts", number(1, 4) + number(1, 4)) +
+                               list("stsc", number(1, 4) + number(1, 4) + number(1, 4)) +
+                               atom("stsz", number(0, 4) + number(4, 4) + number(1, 4)) + list("stco", number(0, 4));
+    std::string tracks;
+    for (unsigned i = 0; i < s_media; ++i) {
+        const std::string head = atom("tkhd", std::string(12, 0) + number(i + 1, 4) + std::string(68, 0));
+        const std::string media = atom("mdhd", std::string(12, 0) + number(48000, 4) + number(1, 4) + number(0, 4)) +
+                                  atom("hdlr", number(0, 8) + "soun" + std::string(13, 0));
+        const std::string name = "take" + std::to_string(i) + ".wav" + std::string(1, 0);
+        const std::string files = atom("dinf", list("dref", atom("url ", number(0, 4) + name)));
+        tracks += atom("trak", head + atom("mdia", media + atom("minf", files + atom("stbl", tables))));
+    }
+    return atom("ftyp", "qt  " + number(0, 4)) +
+           atom("moov", atom("mvhd", std::string(12, 0) + number(1000, 4) + std::string(84, 0)) + tracks);
+}
+
+MediaObj* openMovie(const bench::Folder& folder, const std::string& name) {
+    OpResult result;
+    const std::string path = writeFiles(folder, name, "movie.mov", movieBytes()).front();
+    MediaObj* const movie = MediaObj::openReader(path.c_str(), MediaObj::ReadMode::ReadWrite, result);
+    if (movie == nullptr) bench::fail("open", result.describe().get());
+    return movie;
+}
+
+// The least that an index takes which is on the disk before anything leads to it: with each file, a piece of it, a
+// flush, four bytes that lead there, and another flush, before the next piece goes where the last index stood.
+class BareRewriting {
+public:
+    BareRewriting(const bench::Folder& folder, const std::string& name) : m_bare(folder, name) {
+        const std::string path = folder.path(name + "/index");
+        m_fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        const std::string index(s_index, 'i');
+        if (m_fd < 0 || ::pwrite(m_fd, index.data(), index.size(), 0) != s_index) bench::fail("write", path);
+    }
+    ~BareRewriting() { ::close(m_fd); }
+    BareRewriting(const BareRewriting&) = delete;
+    BareRewriting& operator=(const BareRewriting&) = delete;
+
+    void operator()() {
+        m_bare([this](unsigned file) {
+            const off_t at = static_cast<off_t>(file % 2 * s_index / 2 + file * s_piece);
+            put(at, s_piece);
+            put(0, 4);
+        });
+    }
+
+private:
+    static constexpr unsigned s_piece = 200, s_index = 2 * 101 * s_piece;  // bytes
+
+    void put(off_t at, unsigned size) const {
+        char bytes[s_piece] = {};
+        const bool isDone = ::pwrite(m_fd, bytes, size, at) == static_cast<ssize_t>(size) && ::fdatasync(m_fd) == 0;
+        if (!isDone) bench::fail("write", "the index");
+    }
+
+    Bare m_bare;
+    int m_fd = -1;
+};
+
 void tellCalls(const char* how, Ours& ours) {
     const bench::SystemCalls calls = bench::countSystemCalls([&ours] { ours(); }, [&ours] { ours(); });
     if (!calls.m_counted) return;
     std::printf("rename of a movie with %u media files %s: %ld system calls\n", s_media, how, calls.m_calls);
+}
+
+// There and back, once: most of it is waiting for the disk.
+template <class Work>
+std::function<double()> thereAndBack(double (*clock)(), Work& work) {
+    return [clock, &work] {
+        const double begin = clock();
+        work();
+        work();
+        return (clock() - begin) / 2;
+    };
+}
+
+void measureRewriting(const bench::Options& options, const bench::Folder& folder) {
+    const auto make = [&folder](const std::string& name) {
+        return std::make_unique<Ours>(openMovie(folder, name), folder.path(name + "/one/movie.mov"),
+                                      folder.path(name + "/two/movie.mov"), false);
+    };
+    const std::unique_ptr<Ours> ours = make("rewritten");
+    Bare bare(folder, "bare beside");
+    BareRewriting least(folder, "least"), same(folder, "least again");
+    for (const bool isWall : {true, false}) {
+        double (*const clock)() = isWall ? bench::wallSeconds : bench::threadSeconds;
+        bench::Rounds all(options);
+        all.add("ours", thereAndBack(clock, *ours));
+        all.add("bare", thereAndBack(clock, bare));
+        all.add("least", thereAndBack(clock, least));
+        all.add("least again", thereAndBack(clock, same));
+        all.run("least", "least again");
+        const std::string what =
+            isWall ? "a movie file of 100 media files, time on the clock" : "the same, processor time";
+        all.tell(what + ", beside rename(2) of 101", "ours", "bare", "none");
+        all.tell(what + ", beside rename(2) and the least of writes and flushes", "ours", "least", "3");
+    }
 }
 
 }  // namespace
@@ -163,6 +284,9 @@ int main(int argc, char** argv) {
     tellCalls("into another folder", counted);
     Ours countedNames(folder, "counted names", "/one/other.none", true);
     tellCalls("with a new name for each", countedNames);
+    MediaObj* const file = openMovie(folder, "counted file");
+    Ours countedFile(file, folder.path("counted file/one/movie.mov"), folder.path("counted file/two/movie.mov"), false);
+    tellCalls("that its file names", countedFile);
 
     Ours moved(folder, "moved", "/two/movie.none", false);
     Ours named(folder, "named", "/one/other.none", true);
@@ -175,5 +299,6 @@ int main(int argc, char** argv) {
     all.run("bare", "bare again");
     all.tell("rename of a movie with 100 media files beside rename(2) of 101", "moved", "bare", "3");
     all.tell("the same with a new name for each", "named", "bare", "3");
+    measureRewriting(options, folder);
     return 0;
 }

@@ -12,8 +12,11 @@ namespace MovAlias {
 
 // The path without "." and "..", which are resolved by its text alone. Requires: an absolute path.
 std::string normal(const std::string& path);
-// Adds an entry of a `dref` from the movie to the file. Requires: absolute paths.
-void put(MovAtomWriter& out, const std::string& moviePath, const std::string& path);
+// Adds an entry of a `dref` from the movie to the file, and `pad` bytes in it that say nothing. A path that goes up
+// again stands as it is, and no steps are told. Requires: absolute paths.
+void put(MovAtomWriter& out, const std::string& moviePath, const std::string& path, std::uint64_t pad = 0);
+// Whether the steps to the file are the same from two movies. Requires: the same.
+bool isSameWay(const std::string& oneMovie, const std::string& otherMovie, const std::string& path);
 // Adds the entry of the movie's own file.
 void putSelf(MovAtomWriter& out);
 

@@ -65,8 +65,8 @@ private:
     };
 
     MovAtomWriter& big(std::uint64_t value, unsigned count) {
-        for (unsigned i = count; i-- > 0;)
-            m_bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+        for (unsigned left = count; left > 0; --left)
+            m_bytes.push_back(static_cast<std::uint8_t>(value >> (8 * (left - 1))));
         return *this;
     }
 

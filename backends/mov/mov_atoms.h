@@ -75,12 +75,13 @@ constexpr MovCode s_mfhd = movCode("mfhd"), s_traf = movCode("traf"), s_tfhd = m
 // What a file may ask of a parse at most.
 namespace MovLimit {
 
-constexpr unsigned s_atoms = 1u << 20;       // headers looked at in one parse, fragments aside
-constexpr unsigned s_tracks = 256;           // further ones aren't shown
-constexpr unsigned s_descriptions = 256;     // of one track
-constexpr unsigned s_references = 256;       // of one track
-constexpr unsigned s_clips = 4096;           // of one track; what follows isn't shown
-constexpr unsigned s_runs = 1u << 19;        // of samples in fragments, of the whole movie
-constexpr std::uint64_t s_reference = 4096;  // bytes of one that are looked at
+constexpr unsigned s_atoms = 1u << 20;          // headers looked at in one parse, those in fragments aside
+constexpr unsigned s_fragmentAtoms = 1u << 22;  // headers in fragments
+constexpr unsigned s_tracks = 1024;             // further ones aren't shown
+constexpr unsigned s_descriptions = 1u << 16;   // of one track
+constexpr unsigned s_references = 1u << 16;     // of one track, as many as a description can name
+constexpr unsigned s_clips = 4096;              // of one track; what follows isn't shown
+constexpr unsigned s_runs = 1u << 19;           // of samples in fragments, of the whole movie
+constexpr std::uint64_t s_reference = 4096;     // bytes of one that are looked at
 
 }  // namespace MovLimit

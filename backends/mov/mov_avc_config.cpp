@@ -27,19 +27,35 @@ bool MovAvcConfig::read(const std::uint8_t* bytes, std::size_t size) {
     std::uint8_t head[6];
     cursor.bytes(head, sizeof head);
     if (!cursor.ok() || head[0] != 1) return false;
+    const unsigned length = cursor.be16();
+    if ((head[5] & 31) != 0 && cursor.ok()) {
+        (void)readSequence(bytes + (size - cursor.left()), std::min<std::size_t>(length, cursor.left()));
+    }
     profile = head[1];
     level = head[3];
     lengthBytes = static_cast<std::uint8_t>((head[4] & 3) + 1);
-    const unsigned length = cursor.be16();
-    if ((head[5] & 31) != 0 && cursor.ok()) {
-        readSequence(bytes + (size - cursor.left()), std::min<std::size_t>(length, cursor.left()));
-    }
     return true;
 }
 
-void MovAvcConfig::readSequence(const std::uint8_t* bytes, std::size_t size) {
+bool MovAvcConfig::readSequence(const std::uint8_t* unit, std::size_t size) {
     MovAvcSequence sequence;
-    if (!sequence.read(bytes, size)) return;
+    if (!sequence.read(unit, size)) return false;
+    profile = sequence.profile;
+    level = sequence.level;
     chroma = chromaOf(sequence.chromaFormat);
     scan = sequence.isFramesOnly ? MediaVideoScanType::Progressive : MediaVideoScanType::Interlaced;
+    pixelWidth = sequence.pixelWidth;
+    pixelHeight = sequence.pixelHeight;
+    return true;
+}
+
+void MovAvcConfig::complete(MovEntry& entry) const {
+    entry.hasProfile = true;
+    entry.profile = profile;
+    entry.level = level;
+    if (chroma != MediaChromaSample::None) entry.chroma = chroma;
+    if (entry.scan == MediaVideoScanType::Unknown) entry.scan = scan;
+    if (pixelWidth != 0 && pixelHeight != 0)
+        entry.codedAspect = MovDescription::aspectOf(std::uint64_t{entry.width} * pixelWidth,
+                                                     std::uint64_t{entry.height} * pixelHeight);
 }

@@ -1,12 +1,13 @@
 #include "backends/mov/mov_avc_sequence.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "backends/mov/mov_bits.h"
 
 namespace {
 
-constexpr std::uint32_t s_mostNumbers = 32, s_mostExtraBits = 12;
+constexpr std::uint32_t s_mostNumbers = 32, s_mostExtraBits = 12, s_mostSteps = 255;
 
 // The profiles whose sequence parameter set tells the chroma format.
 bool tellsChroma(std::uint32_t profile) {
@@ -31,8 +32,8 @@ void skipScalingList(MovBits& bits, unsigned size) {
     std::uint32_t last = 8;
     for (unsigned i = 0; i < size && last != 0 && bits.ok(); ++i) {
         const std::uint32_t code = bits.ue();
-        const std::uint32_t delta = code % 2 != 0 ? (code + 1) / 2 : 0u - code / 2;
-        last = (last + delta) & 0xFF;
+        const std::uint32_t half = code / 2 % 256;
+        last = (last + (code % 2 != 0 ? half + 1 : 256 - half)) % 256;
     }
 }
 
@@ -53,12 +54,12 @@ void readOrder(MovBits& bits, MovAvcSequence& sequence) {
     if (sequence.orderKind == 0) {
         sequence.orderBits = std::min(bits.ue(), s_mostExtraBits) + 4;
     } else if (sequence.orderKind == 1) {
-        (void)bits.bits(1);
-        bits.skipSe();
-        bits.skipSe();
-        const std::uint32_t cycle = std::min(bits.ue(), 255u);
+        sequence.isAsExpected = bits.bits(1) != 0;
+        sequence.ofOthers = bits.se();
+        sequence.ofSecond = bits.se();
+        const std::uint32_t cycle = std::min(bits.ue(), s_mostSteps);
         for (std::uint32_t i = 0; i < cycle && bits.ok(); ++i)
-            bits.skipSe();
+            sequence.steps.push_back(bits.se());
     }
 }
 
@@ -73,10 +74,26 @@ void skipBuffers(MovBits& bits) {
     (void)bits.bits(20);
 }
 
+// The shape of a pixel: one of a list, or two numbers.
+void readPixels(MovBits& bits, MovAvcSequence& sequence) {
+    constexpr std::uint32_t own = 255;
+    constexpr std::uint8_t shapes[][2] = {{0, 0},   {1, 1},    {12, 11}, {10, 11}, {16, 11}, {40, 33},
+                                          {24, 11}, {20, 11},  {32, 11}, {80, 33}, {18, 11}, {15, 11},
+                                          {64, 33}, {160, 99}, {4, 3},   {3, 2},   {2, 1}};
+    if (bits.bits(1) == 0) return;
+    const std::uint32_t kind = bits.bits(8);
+    if (kind == own) {
+        sequence.pixelWidth = bits.bits(16);
+        sequence.pixelHeight = bits.bits(16);
+    } else if (kind < std::size(shapes)) {
+        sequence.pixelWidth = shapes[kind][0];
+        sequence.pixelHeight = shapes[kind][1];
+    }
+}
+
 // What is said of use. Gives: false unless it limits how late a picture is shown.
-bool readUse(MovBits& bits, std::uint32_t& mostLate) {
-    constexpr std::uint32_t ownAspect = 255;
-    if (bits.bits(1) != 0 && bits.bits(8) == ownAspect) (void)bits.bits(32);
+bool readUse(MovBits& bits, MovAvcSequence& sequence, std::uint32_t& mostLate) {
+    readPixels(bits, sequence);
     if (bits.bits(1) != 0) (void)bits.bits(1);  // overscan
     if (bits.bits(1) != 0) {
         (void)bits.bits(4);  // video format and range
@@ -106,8 +123,9 @@ bool readUse(MovBits& bits, std::uint32_t& mostLate) {
 bool MovAvcSequence::read(const std::uint8_t* unit, std::size_t size) {
     MovBits bits(unit, size);
     if ((bits.bits(8) & 31) != 7) return false;
-    const std::uint32_t profile = bits.bits(8);
-    (void)bits.bits(16);  // constraints, level
+    profile = static_cast<std::uint8_t>(bits.bits(8));
+    (void)bits.bits(8);  // constraints
+    level = static_cast<std::uint8_t>(bits.bits(8));
     number = bits.ue();
     if (tellsChroma(profile)) {
         chromaFormat = bits.ue();
@@ -128,7 +146,7 @@ bool MovAvcSequence::read(const std::uint8_t* unit, std::size_t size) {
     (void)bits.bits(1);
     if (bits.bits(1) != 0) skipCodes(bits, 4);  // what is cut off
     std::uint32_t told = 0;
-    if (bits.bits(1) != 0 && readUse(bits, told)) mostLate = std::min(told, s_mostLate);
+    if (bits.bits(1) != 0 && readUse(bits, *this, told)) mostLate = std::min(told, s_mostLate);
     if (orderKind == 2) mostLate = 0;
     return true;
 }

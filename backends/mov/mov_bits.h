@@ -29,7 +29,13 @@ public:
         }
         return m_ok ? (1u << zeros) - 1 + bits(zeros) : ~0u;
     }
-    // One that is signed, for its length only.
+    // One that is signed: 0, 1, -1, 2, -2 and so on.
+    std::int32_t se() {
+        const std::uint32_t code = ue();
+        if (!m_ok) return 0;
+        const auto half = static_cast<std::int32_t>(code / 2);
+        return code % 2 != 0 ? half + 1 : -half;
+    }
     void skipSe() { (void)ue(); }
 
 private:

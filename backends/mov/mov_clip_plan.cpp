@@ -10,6 +10,7 @@ namespace {
 __extension__ using Wide = unsigned __int128;
 
 constexpr std::uint64_t s_mostTicks = 1ull << 46;  // of an edit: months at any time scale
+constexpr std::size_t s_mostStretches = 1u << 16;  // of samples of one description; what follows isn't shown
 
 // Ticks of one scale in ticks of another, to the nearest.
 std::uint64_t convert(std::uint64_t ticks, std::uint32_t from, std::uint32_t to) {
@@ -27,7 +28,7 @@ public:
           m_step(samples.evenStep()),
           m_gapStep(m_step),
           m_remarks(remarks) {
-        if (m_gapStep == 0) m_gapStep = std::max(samples.usualStep(), 1u);
+        if (m_gapStep == 0) m_gapStep = std::max(samples.usualStep(9), 1u);
         std::int32_t shift = 0;
         if (samples.count() != 0 && samples.shiftOf(0, shift) && shift > 0) m_shift = static_cast<std::uint32_t>(shift);
         m_isCoded = track.type == MediaDataType::Audio && m_step != 1;
@@ -48,6 +49,12 @@ public:
     }
 
 private:
+    // Samples of one description.
+    struct Stretch {
+        std::uint64_t m_end;
+        std::uint32_t m_description;
+    };
+
     void addEdit(const MovEdit& edit) {
         const std::uint64_t duration = convert(edit.duration, m_movieScale, m_track.timeScale);
         if (edit.start < 0) {
@@ -99,7 +106,7 @@ private:
         while (in < out && hasRoom()) {
             std::uint32_t description = 1;
             std::uint64_t next = m_samples.count();
-            if (m_track.entries.size() > 1 && !m_samples.changeOfDescription(in, description, next)) return;
+            if (m_track.entries.size() > 1 && !stretchOf(in, description, next)) return;
             MovClipPlan plan;
             plan.entry = description != 0 ? description - 1 : 0;
             plan.base = m_plans.empty() && startsAlike(in) ? 0 : in;
@@ -112,10 +119,28 @@ private:
     }
 
     // Whether all samples up to this one are of one description.
-    bool startsAlike(std::uint64_t sample) const {
+    bool startsAlike(std::uint64_t sample) {
         std::uint32_t description = 0;
         std::uint64_t next = 0;
-        return m_track.entries.size() <= 1 || (m_samples.changeOfDescription(0, description, next) && next > sample);
+        return m_track.entries.size() <= 1 || (stretchOf(0, description, next) && next > sample);
+    }
+
+    // The description of a sample, and the next one of another description. The table is walked once for all edits.
+    bool stretchOf(std::uint64_t sample, std::uint32_t& description, std::uint64_t& next) {
+        std::uint64_t known = m_stretches.empty() ? 0 : m_stretches.back().m_end;
+        while (known <= sample) {
+            if (m_stretches.size() >= s_mostStretches) remark("more changes of the description than are shown");
+            if (m_isLastStretch || m_stretches.size() >= s_mostStretches) return false;
+            m_isLastStretch = !m_samples.changeOfDescription(known, description, next) || next <= known;
+            if (m_isLastStretch) return false;
+            m_stretches.push_back({next, description});
+            known = next;
+        }
+        const auto stretch = std::upper_bound(m_stretches.begin(), m_stretches.end(), sample,
+                                              [](std::uint64_t s, const Stretch& other) { return s < other.m_end; });
+        description = stretch->m_description;
+        next = stretch->m_end;
+        return true;
     }
 
     bool hasRoom() {
@@ -138,6 +163,8 @@ private:
     std::uint32_t m_shift = 0;   // from decoding to showing of the first sample
     bool m_isCoded = false;
     bool m_isRemarked = false;
+    std::vector<Stretch> m_stretches;  // from the first sample on
+    bool m_isLastStretch = false;      // behind them nothing is known
     std::vector<std::string>& m_remarks;
     std::vector<MovClipPlan> m_plans;
 };

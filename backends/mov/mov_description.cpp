@@ -172,7 +172,7 @@ const MovCoding* MovDescription::find(MediaDataType type, MovCode code) {
 MovCode MovDescription::codeOf(MediaDataType type, MediaEncodingType encoding, MediaChromaSample chroma,
                                MediaEndian endian, unsigned bits) {
     if (encoding == Encoding::Pcm) {
-        if (bits == 8) return movCode("raw ");  // unsigned
+        if (bits == 8) return endian == Endian::Little ? movCode("raw ") : movCode("twos");  // without sign, with one
         if (bits == 16) return endian == Endian::Little ? movCode("sowt") : movCode("twos");
         return bits == 24 ? movCode("in24") : bits == 32 ? movCode("in32") : 0;
     }

@@ -6,6 +6,7 @@
 
 #include "backends/common/byte_cursor.h"
 #include "backends/mov/mov_avc_config.h"
+#include "backends/mov/mov_decoder_config.h"
 
 namespace {
 
@@ -49,6 +50,7 @@ MovEntry MovEntryParser::parse(const MovBox& box, MediaDataType type, MovCode ha
     m_entry = MovEntry();
     m_entry.code = box.type;
     m_isLittle = m_isFloat = false;
+    m_isUnsigned = box.type == movCode("raw ") || box.type == movCode("NONE");
     m_frameBytes = 0;
     const std::uint8_t* head = bodyOf(box, s_entryHead);
     if (head == nullptr) return m_entry;
@@ -120,6 +122,7 @@ void MovEntryParser::parseSound(const MovBox& box, bool isIsoVersion1) {
         if (box.type == movCode("lpcm")) {
             m_isFloat = (flags & 1) != 0;
             m_isLittle = (flags & 2) == 0;
+            m_isUnsigned = (flags & 4) == 0;
         }
         at += s_sound2Size;
     }
@@ -192,6 +195,13 @@ void MovEntryParser::parseElementary(const MovBox& box) {
         (void)descriptorSize(cursor);
     }
     if (tag != 4) return;
+    parseDecoder(cursor);
+    if (byteOf(cursor) != 5) return;
+    const std::size_t length = std::min<std::size_t>(descriptorSize(cursor), cursor.left());
+    if (cursor.ok()) MovDecoderConfig::complete(m_entry, body + (size - cursor.left()), length);
+}
+
+void MovEntryParser::parseDecoder(ByteCursor& cursor) {
     const std::uint8_t objectType = byteOf(cursor);
     cursor.skip(4);
     const std::uint32_t most = cursor.be32();
@@ -203,6 +213,12 @@ void MovEntryParser::parseElementary(const MovBox& box) {
         m_entry.chroma = objectType == 0x65 ? MediaChromaSample::C422 : MediaChromaSample::C420;
         m_entry.isChromaOfProfile = true;
     }
+    // These have no other.
+    if (m_entry.encoding == MediaEncodingType::Mpeg1) {
+        m_entry.chroma = MediaChromaSample::C420;
+        m_entry.scan = MediaVideoScanType::Progressive;
+    }
+    if (m_entry.encoding == MediaEncodingType::Mpeg4) m_entry.chroma = MediaChromaSample::C420;
     m_entry.bitrate = mean != 0 ? mean : most;
 }
 
@@ -211,14 +227,8 @@ void MovEntryParser::parseConfig(const MovBox& box) {
     const std::uint8_t* body = bodyOf(box, size);
     MovAvcConfig config;
     if (body == nullptr || !config.read(body, size)) return;
-    m_entry.hasProfile = true;
-    m_entry.profile = config.profile;
-    m_entry.level = config.level;
+    config.complete(m_entry);
     m_entry.lengthBytes = config.lengthBytes;
-    if (config.chroma != MediaChromaSample::None) m_entry.chroma = config.chroma;
-    if (config.scan != MediaVideoScanType::Unknown && m_entry.scan == MediaVideoScanType::Unknown) {
-        m_entry.scan = config.scan;
-    }
 }
 
 void MovEntryParser::parseCleanAperture(const MovBox& box) {
@@ -258,6 +268,9 @@ void MovEntryParser::settleSound(const MovCoding* coding) {
         return;
     }
     m_entry.sampleBytes = m_entry.channels * m_entry.bits / 8;
+    // Bytes have no order, so it tells their sign: as in the formats of that order, those of AIFF have one.
+    if (m_entry.encoding == MediaEncodingType::Pcm && m_entry.bits == 8)
+        m_entry.endian = m_isUnsigned ? MediaEndian::Little : MediaEndian::Big;
     // Words that stand in wider places keep these.
     if (m_frameBytes > m_entry.sampleBytes && m_frameBytes % m_entry.channels == 0 &&
         m_frameBytes / m_entry.channels <= 4 && m_entry.encoding == MediaEncodingType::Pcm) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "backends/common/byte_cursor.h"
 #include "backends/mov/mov_box_reader.h"
 #include "backends/mov/mov_facts.h"
 
@@ -19,6 +20,7 @@ private:
     void parseExtensions(std::uint64_t from, std::uint64_t end, bool isInWave);
     void parseExtension(const MovBox& box, bool isInWave);
     void parseElementary(const MovBox& box);
+    void parseDecoder(ByteCursor& cursor);
     void parseConfig(const MovBox& box);
     void parseCleanAperture(const MovBox& box);
     void parsePcmConfig(const MovBox& box);
@@ -28,7 +30,8 @@ private:
     FileWindow& m_file;
     unsigned& m_left;
     MovEntry m_entry;
-    bool m_isLittle = false;  // words of sound, as an atom says
+    bool m_isLittle = false;    // words of sound, as an atom says
+    bool m_isUnsigned = false;  // bytes of sound
     bool m_isFloat = false;
     std::uint32_t m_frameBytes = 0;  // of all channels' words, as the fields say
 };

@@ -77,6 +77,18 @@ struct MovTrack {
     std::vector<MovReference> references;
     std::vector<MovEdit> edits;
 
+    bool hasMoreEntries = false;  // than are looked at
+
+    // Where the samples of a description lie; null for one that leads nowhere.
+    const MovReference* referenceOf(const MovEntry& entry) const {
+        return entry.reference < references.size() ? &references[entry.reference] : nullptr;
+    }
+    // They lie in the movie's own file, also where the track says nothing of files.
+    bool isSelf(const MovEntry& entry) const {
+        const MovReference* const reference = referenceOf(entry);
+        return references.empty() || (reference != nullptr && reference->isSelf);
+    }
+
     // Of a movie in fragments.
     std::uint32_t defaultDescription = 1, defaultStep = 0, defaultSize = 0, defaultFlags = 0;
     std::vector<MovFragmentRun> runs;
@@ -87,6 +99,7 @@ struct MovMovie {
     std::uint32_t timeScale = 0;
     std::uint64_t duration = 0;
     bool isFragmented = false;
+    bool isPartial = false;                        // there is more in it than is known here
     std::uint64_t userData = 0, userDataSize = 0;  // the content of the movie's user data, bytes from the file's start
     std::vector<MovTrack> tracks;
     MediaTimecode timecode;

@@ -127,8 +127,9 @@ bool MovFragments::addRun(const MovBox& box, const Head& head, MovTrack& track) 
         run.count = static_cast<std::uint32_t>(std::min<std::uint64_t>(run.count, most));
     }
     if (run.count == 0) return true;
-    m_lastTrack = &track;
-    return keep(run, track);
+    const bool hasRoom = keep(run, track);
+    if (!track.runs.empty()) m_lastTrack = &track;
+    return hasRoom;
 }
 
 // Long runs are kept in pieces, and the track's time goes on.
@@ -142,19 +143,74 @@ bool MovFragments::keep(MovFragmentRun run, MovTrack& track) {
         run.count = entrySize != 0 ? std::min(left, s_mostInRun) : left;
         std::uint64_t bytes = 0, ticks = 0;
         if (!sum(run, 0, run.count, bytes, ticks)) return true;
-        track.runs.push_back(run);
-        ++m_runs;
-        track.fragmentSamples += run.count;
+        if (!keepWords(run, track)) push(run, track);
         track.fragmentTime = capped(run.time, ticks);
         left -= run.count;
-        run.firstSample += run.count;
+        run.firstSample = track.fragmentSamples;
         run.entries += std::uint64_t{run.count} * entrySize;
         run.data = capped(run.data, bytes);
         run.time = track.fragmentTime;
-        run.sampleFlags = track.runs.back().sampleFlags;
         run.flags &= ~MovRunEntry::s_hasFirstFlags;
     }
     return true;
+}
+
+void MovFragments::push(const MovFragmentRun& run, MovTrack& track) {
+    track.runs.push_back(run);
+    ++m_runs;
+    track.fragmentSamples += run.count;
+}
+
+// An entry of plain sound may stand for many samples. Each of them counts, as in the tables: entries of which each
+// begins where the one before it ends become one run that has none any more.
+bool MovFragments::keepWords(const MovFragmentRun& run, MovTrack& track) {
+    const std::size_t description = run.description != 0 ? run.description - 1 : 0;
+    const std::uint32_t size = description < track.entries.size() ? track.entries[description].sampleBytes : 0;
+    if (size == 0 || track.entries[description].sampleRate != track.timeScale) return false;
+    MovFragmentRun words = run;
+    words.flags = words.sampleFlags = 0;
+    words.step = 1;
+    words.size = size;
+    words.count = 0;
+    if (MovRunEntry::sizeOf(run.flags) == 0) {
+        const std::uint64_t count = run.size / size * std::uint64_t{run.count};
+        if (std::uint64_t{run.step} * size != run.size || count > 0xFFFFFFFF) return false;
+        words.count = static_cast<std::uint32_t>(count);
+        push(words, track);
+        return true;
+    }
+    for (std::uint32_t i = 0; i < run.count; ++i) {
+        if (factsOf(run, i).size % size != 0) return false;
+    }
+    pushWords(run, words, track);
+    return true;
+}
+
+void MovFragments::pushWords(const MovFragmentRun& run, MovFragmentRun words, MovTrack& track) {
+    const std::uint64_t length = m_file.length();
+    std::uint64_t time = run.time, data = run.data;
+    for (std::uint32_t i = 0; i < run.count && data < length; ++i) {
+        const MovRunEntry::Facts facts = factsOf(run, i);
+        const auto count = static_cast<std::uint32_t>(std::min<std::uint64_t>(facts.size, length - data) / words.size);
+        if (time != capped(words.time, words.count) || count > 0xFFFFFFFF - words.count) {
+            if (words.count != 0) push(words, track);
+            words.firstSample = track.fragmentSamples;
+            words.time = time;
+            words.data = data;
+            words.count = 0;
+        }
+        words.count += count;
+        time = capped(time, facts.step);
+        data = capped(data, facts.size);
+    }
+    if (words.count != 0) push(words, track);
+}
+
+// Requires: a run with entries, which can be read.
+MovRunEntry::Facts MovFragments::factsOf(const MovFragmentRun& run, std::uint32_t place) {
+    const unsigned size = MovRunEntry::sizeOf(run.flags);
+    const std::uint8_t* const entry = m_file.at(run.entries + std::uint64_t{place} * size, size);
+    return entry != nullptr ? MovRunEntry::read(run, place, entry) : MovRunEntry::Facts();
 }
 
 bool MovFragments::sum(const MovFragmentRun& run, std::uint32_t from, std::uint32_t to, std::uint64_t& bytes,
@@ -190,9 +246,12 @@ void MovFragments::finish(MovMovie& movie) {
             std::uint64_t end = 0;
             if (!endOf(run, end)) break;
             if (end <= length) break;
+            // A piece of a long run may begin behind the end.
+            const bool isInside = run.data <= length;
             std::uint32_t count = 0;
             std::uint64_t bytes = 0, ticks = 0;
-            while (count < run.count && sum(run, count, count + 1, bytes, ticks) && bytes <= length - run.data)
+            while (isInside && count < run.count && sum(run, count, count + 1, bytes, ticks) &&
+                   bytes <= length - run.data)
                 ++count;
             track.fragmentSamples -= run.count - count;
             run.count = count;

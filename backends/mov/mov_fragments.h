@@ -5,8 +5,28 @@
 #include "backends/mov/mov_box_reader.h"
 #include "backends/mov/mov_facts.h"
 
-// Reads the fragments of a movie (`moof`): for each run of samples where its entries and its first sample lie. The
-// entries are read only where a run doesn't say where it begins or when, and where it is very long.
+// The entries of a run, wherever their bytes come from.
+namespace MovRunEntry {
+
+constexpr std::uint32_t s_hasOffset = 1, s_hasFirstFlags = 4, s_hasStep = 0x100, s_hasSize = 0x200, s_hasFlags = 0x400,
+                        s_hasShift = 0x800;
+constexpr std::uint32_t s_isNoSync = 0x10000;  // of a sample's flags
+
+// Bytes of an entry of a run with these flags.
+unsigned sizeOf(std::uint32_t flags);
+
+struct Facts {
+    std::uint32_t step = 0, size = 0, flags = 0;
+    std::int32_t shift = 0;
+};
+
+// Reads the entry at that place in the run. Requires: `sizeOf` bytes.
+Facts read(const MovFragmentRun& run, std::uint32_t place, const std::uint8_t* bytes);
+
+}  // namespace MovRunEntry
+
+// Reads the fragments of a movie (`moof`): for each run of samples where its entries and its first sample lie, and
+// when the next one begins.
 // **Threads:** one.
 class MovFragments {
 public:
@@ -32,6 +52,11 @@ private:
     void readTime(const MovBox& box, MovTrack& track);
     bool addRun(const MovBox& box, const Head& head, MovTrack& track);
     bool keep(MovFragmentRun run, MovTrack& track);
+    void push(const MovFragmentRun& run, MovTrack& track);
+    // Of plain sound, sample by sample. Fails: false, and nothing is kept, where entries don't stand for whole samples.
+    bool keepWords(const MovFragmentRun& run, MovTrack& track);
+    void pushWords(const MovFragmentRun& run, MovFragmentRun words, MovTrack& track);
+    MovRunEntry::Facts factsOf(const MovFragmentRun& run, std::uint32_t place);
     // Sums up bytes and ticks of entries of a run. Fails: false when they can't be read.
     bool sum(const MovFragmentRun& run, std::uint32_t from, std::uint32_t to, std::uint64_t& bytes,
              std::uint64_t& ticks);
@@ -45,23 +70,3 @@ private:
     bool m_isFirst = true;                  // no track of this fragment came before
     bool m_isFull = false;
 };
-
-// The entries of a run, wherever their bytes come from.
-namespace MovRunEntry {
-
-constexpr std::uint32_t s_hasOffset = 1, s_hasFirstFlags = 4, s_hasStep = 0x100, s_hasSize = 0x200, s_hasFlags = 0x400,
-                        s_hasShift = 0x800;
-constexpr std::uint32_t s_isNoSync = 0x10000;  // of a sample's flags
-
-// Bytes of an entry of a run with these flags.
-unsigned sizeOf(std::uint32_t flags);
-
-struct Facts {
-    std::uint32_t step = 0, size = 0, flags = 0;
-    std::int32_t shift = 0;
-};
-
-// Reads the entry at that place in the run. Requires: `sizeOf` bytes.
-Facts read(const MovFragmentRun& run, std::uint32_t place, const std::uint8_t* bytes);
-
-}  // namespace MovRunEntry

@@ -6,12 +6,13 @@
 
 #include "backends/mov/mov_avc_sets.h"
 #include "backends/mov/mov_sample_entry.h"
+#include "backends/mov/mov_timecode.h"
 #include "shared/include/index/media_sample_desc.h"
 
 namespace {
 
 constexpr unsigned s_ftypSize = 32;
-constexpr std::uint64_t s_firstSlot = 16256;   // bytes; the head, a room of two and mdat's head end at 32 KiB
+constexpr std::uint64_t s_firstSlot = 16384;   // bytes; two of them, and 80 bytes of heads, lie before the essence
 constexpr std::uint32_t s_epoch = 2082844800;  // 1970 in seconds since 1904
 
 std::vector<std::uint8_t> ftyp() {
@@ -91,6 +92,13 @@ void MovIndexKeeper::setUserData(const std::vector<std::uint8_t>& atoms) {
     m_movie.m_userData = atoms;
 }
 
+void MovIndexKeeper::setTimecode(const MovToldTimecode& timecode) {
+    Scope lock(m_mutex);
+    MovToldTimecode same = timecode;
+    same.m_at = m_movie.m_timecode.m_at;
+    if (m_movie.m_timecode != same) m_movie.m_timecode = timecode;
+}
+
 void MovIndexKeeper::look(const MediaSampleInMovie& sample, const std::uint8_t* bytes, std::size_t size) {
     Scope lock(m_mutex);
     if (sample.m_trackIndex >= m_movie.m_tracks.size()) return;
@@ -147,11 +155,30 @@ OpResult MovIndexKeeper::keepUp(std::uint64_t end, Moment moment) {
     }
     if (moment == Moment::Written && !isDue(end)) return OpResult(OpResult::Ok);
     tell(end);
-    OpResult result = bringUpToDate();
-    // With samples that were entered and aren't there, essence may still lie behind `end`.
-    if (!result || moment != Moment::End || end != getEnd() || m_isClosed) return result;
+    OpResult result = putTimecode();
+    if (result) result = bringUpToDate();
+    if (!result || moment != Moment::End || m_isClosed) return result;
+    // With samples that were entered and aren't there, essence may still lie behind what has been written.
+    const std::uint64_t written = m_essence->getWrittenEnd();
+    if (written != getEnd()) return result;
     m_isClosed = true;
-    return closeMdat(m_parts.back().m_mdat, end);
+    return closeMdat(m_parts.back().m_mdat, written);
+}
+
+OpResult MovIndexKeeper::putTimecode() {
+    MovToldTimecode& timecode = m_movie.m_timecode;
+    if (timecode.m_scale == 0 || timecode.m_at != 0) return OpResult(OpResult::Ok);
+    OpResult result = openMdat();
+    if (!result) return result;
+    const std::uint64_t at = reserve(MovTimecode::s_sampleSize);
+    MediaSampleDesc place;  // no sample of a clip, and yet it is part of the file
+    place.set(0, 0, at, MovTimecode::s_sampleSize, 0, false);
+    m_essence->noteWritten(place);
+    MovAtomWriter out;
+    out.be32(timecode.m_counter);
+    result = putBytes(at, out.getBytes());
+    if (result) timecode.m_at = at;
+    return result;
 }
 
 // Samples in other files count once they are there: no order binds writes to two files.
@@ -246,6 +273,7 @@ OpResult MovIndexKeeper::moveOn() {
 OpResult MovIndexKeeper::recover() {
     m_isClosed = false;
     m_shown.clear();
+    m_movie.m_timecode.m_at = 0;
     for (const auto& track : m_movie.m_tracks) {
         track->m_tables.forget();
         for (MovToldClip& clip : track->m_clips)

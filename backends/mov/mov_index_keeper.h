@@ -45,6 +45,8 @@ public:
     void setPath(const std::string& path) MO_EXCLUDES(m_mutex);
     void setMediaPath(unsigned media, const std::string& path) MO_EXCLUDES(m_mutex);
     void setUserData(const std::vector<std::uint8_t>& atoms) MO_EXCLUDES(m_mutex);
+    // In place of the one before it. Its sample goes behind the essence, once for each, with the next update.
+    void setTimecode(const MovToldTimecode& timecode) MO_EXCLUDES(m_mutex);
     // Looks at a sample that is about to be written for what the file has to say of a stream of AVC and its pictures.
     void look(const MediaSampleInMovie& sample, const std::uint8_t* bytes, std::size_t size) MO_EXCLUDES(m_mutex);
 
@@ -69,6 +71,7 @@ private:
     std::uint64_t tellable(const MovToldClip& clip, std::uint64_t end) const MO_REQUIRES(m_mutex);
     std::uint64_t endOf(const MovToldClip& clip, std::uint64_t end) const MO_REQUIRES(m_mutex);
     void tell(std::uint64_t end) MO_REQUIRES(m_mutex);
+    OpResult putTimecode() MO_REQUIRES(m_mutex);
     OpResult bringUpToDate() MO_REQUIRES(m_mutex);
     OpResult moveOn() MO_REQUIRES(m_mutex);
     OpResult putMdat(std::uint64_t at) MO_REQUIRES(m_mutex);

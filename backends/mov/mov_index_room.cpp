@@ -8,6 +8,7 @@ namespace {
 using Table = MovTrackTables::Table;
 
 constexpr unsigned s_freeHead = 8;
+constexpr unsigned s_spare = 1024;     // bytes of a slot for user data that come when the movie is finished
 constexpr unsigned s_mostUnits = 127;  // twice of which fits a byte
 constexpr char s_note[] = "room for moov";
 
@@ -76,7 +77,7 @@ std::vector<MovCapacities> MovIndexRoom::capacitiesFor(const MovToldMovie& movie
 }
 
 std::uint64_t MovIndexRoom::wantedSlot(const MovToldMovie& movie) {
-    return MovMoov(movie, capacitiesFor(movie, 2), needsWide(movie)).getSize() + s_freeHead;
+    return MovMoov(movie, capacitiesFor(movie, 2), needsWide(movie)).getSize() + s_freeHead + s_spare;
 }
 
 bool MovIndexRoom::layOut(const MovToldMovie& movie) {
@@ -84,7 +85,7 @@ bool MovIndexRoom::layOut(const MovToldMovie& movie) {
     m_capacities.clear();
     for (unsigned factor = 1; factor < 1024; factor *= 2) {
         const std::vector<MovCapacities> larger = capacitiesFor(movie, factor);
-        if (MovMoov(movie, larger, m_isWide).getSize() + s_freeHead > getSlotSize()) break;
+        if (MovMoov(movie, larger, m_isWide).getSize() + s_freeHead + s_spare > getSlotSize()) break;
         m_capacities = larger;
     }
     if (m_capacities.size() != movie.m_tracks.size()) return false;

@@ -23,8 +23,11 @@ MediaOffsetSummary MovLookup::summaryOf(const MovTrackSamples& samples, const Mo
     MovSpot spot;
     if (plan.samples == 0 || !samples.find(plan.base, spot)) return summary;
     const std::uint32_t size = samples.fixedSize();
-    const bool isOne = size != 0 && spot.following + 1 >= plan.samples;
-    summary.set(size, spot.offset, plan.samples, isOne ? spot.offset + size * plan.samples : 0);
+    std::uint64_t end = 0;
+    const bool isOne = size != 0 && spot.following + 1 >= plan.samples &&
+                       !__builtin_mul_overflow(size, plan.samples, &end) &&
+                       !__builtin_add_overflow(end, spot.offset, &end);
+    summary.set(size, spot.offset, plan.samples, isOne ? end : 0);
     return summary;
 }
 
@@ -70,7 +73,11 @@ bool MovLookup::findPlaces(const MediaPlayReq& req, MediaSampleDesc& desc) const
         MovSpot spot;
         std::uint64_t found = 0, bytes = 0;
         if (!m_samples.findTogether(m_base + req.m_sample + have, wanted - have, spot, found, bytes)) return false;
-        if (total + bytes >= MediaSampleDesc::s_unknownSize) break;
+        // As many as the bits of a size hold.
+        while (bytes >= MediaSampleDesc::s_unknownSize - total && found > 1) {
+            if (!m_samples.findTogether(m_base + req.m_sample + have, found / 2, spot, found, bytes)) return false;
+        }
+        if (bytes >= MediaSampleDesc::s_unknownSize - total) break;
         if (have == 0) {
             desc.set(0, req.m_sample, spot.offset, 0u, 0, false);
         } else if (spot.offset != end) {
@@ -93,8 +100,9 @@ bool MovLookup::findPlaces(const MediaPlayReq& req, MediaSampleDesc& desc) const
 
 SampleCodingType MovLookup::typeOf(const MediaPlayReq& req, unsigned long long sample) const {
     MovSpot spot;
+    std::uint64_t found = 0, bytes = 0;
     OpResult result;
-    if (!m_samples.find(m_base + sample, spot)) return SampleCodingType::Unknown;
+    if (!m_samples.findTogether(m_base + sample, 1, spot, found, bytes)) return SampleCodingType::Unknown;
     const AutoRefPtr<BasicFileIO> file =
         m_clip.getObj().open(m_clip.getMediaId(), req.m_agent, MediaObj::ReadMode::ReadOnly, result);
     result.discard();
@@ -122,6 +130,5 @@ bool MovLookup::getSampleTime(unsigned long long sample, MovSampleTime& time) co
     std::int32_t shift = 0;
     if (sample >= m_numSamples || !m_samples.timeOf(m_base + sample, time.decoded)) return false;
     if (!m_samples.shiftOf(m_base + sample, shift)) return false;
-    time.shown = static_cast<std::int64_t>(time.decoded) + shift;
-    return true;
+    return !__builtin_add_overflow(time.decoded, shift, &time.shown);
 }

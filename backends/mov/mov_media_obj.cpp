@@ -7,7 +7,9 @@
 #include "backends/mov/mov_parser.h"
 #include "backends/mov/mov_picture_head.h"
 #include "backends/mov/mov_reference_editor.h"
+#include "backends/mov/mov_rename_session.h"
 #include "backends/mov/mov_timecode.h"
+#include "backends/mov/mov_user_data_editor.h"
 #include "services/file/fs_file_io.h"
 #include "services/system/format_str.h"
 #include "services/system/log.h"
@@ -35,8 +37,8 @@ MovRate meanRate(const MovTrack& track, std::uint64_t samples) {
     const std::uint64_t duration = track.fragmentTime != 0 ? track.fragmentTime : track.duration;
     if (duration == 0 || samples == 0) return {track.timeScale, 1};
     if (track.type == MediaDataType::Audio) {
-        const std::uint64_t ticks = (duration + samples / 2) / samples;
-        return {track.timeScale, static_cast<std::uint32_t>(std::clamp<std::uint64_t>(ticks, 1, s_mostTicks))};
+        const Wide ticks = (Wide{duration} + samples / 2) / samples;
+        return {track.timeScale, static_cast<std::uint32_t>(std::clamp<Wide>(ticks, 1, s_mostTicks))};
     }
     constexpr std::uint32_t precision = 1000;
     const std::uint32_t rate = clamp32((Wide{samples} * track.timeScale * precision + duration / 2) / duration);
@@ -51,13 +53,45 @@ MovRate meanRate(const MovTrack& track, std::uint64_t samples) {
     return {std::max(rate, 1u), precision};
 }
 
-// Sound counts in ticks of its own scale; a picture's fraction is the shortest one.
+// Rates are told in 65536ths of a sample a second, and one that comes to nothing there is none.
+MovRate toldRate(MovRate rate) {
+    const std::uint64_t mostTicks = std::uint64_t{rate.samples} << 16;
+    return {rate.samples, static_cast<std::uint32_t>(std::min<std::uint64_t>(rate.ticks, mostTicks))};
+}
+
+// A scale that has no whole number of ticks for a usual rate makes steps of one tick more and less, which come to that
+// rate in all. Gives: false where the pictures don't, to a tick, and where most last otherwise.
+bool usualRate(const MovTrack& track, std::uint64_t samples, std::uint32_t step, MovRate& rate) {
+    constexpr auto last = static_cast<std::uint32_t>(MediaVideoRate::Hz60);
+    constexpr unsigned tick = 1000;
+    const Wide duration = track.fragmentTime != 0 ? track.fragmentTime : track.duration;
+    Wide least = tick + 1;
+    for (std::uint32_t i = 1; i <= last; ++i) {
+        MediaClipParam usual;
+        usual.m_videoRate = static_cast<MediaVideoRate>(i);
+        usual.initSampleRate(usual.m_videoRate).discard();
+        const Wide wanted = Wide{samples} * track.timeScale * usual.m_ticksPerSample;
+        const Wide have = duration * usual.m_sampleRate;
+        const Wide off = (have > wanted ? have - wanted : wanted - have) * tick / usual.m_sampleRate;
+        const std::uint64_t whole = std::uint64_t{track.timeScale} * usual.m_ticksPerSample / usual.m_sampleRate;
+        if (off >= least || (step != 0 && step != whole && step != whole + 1)) continue;
+        least = off;
+        rate = {usual.m_sampleRate, usual.m_ticksPerSample};
+    }
+    return least <= tick;
+}
+
+// Sound counts in ticks of its own scale; a picture's fraction is the shortest one. Units of coded sound are alike, so
+// what most of them last counts for all.
 MovRate rateOf(const MovTrack& track, const MovTrackSamples& samples) {
+    const bool isVideo = track.type == MediaDataType::Video;
     const std::uint32_t even = samples.evenStep();
-    const std::uint32_t step = even != 0 ? even : samples.usualStep();
-    if (step == 0 || step > s_mostTicks) return meanRate(track, samples.count());
-    const std::uint32_t shared = track.type == MediaDataType::Video ? std::gcd(track.timeScale, step) : 1;
-    return {track.timeScale / shared, step / shared};
+    const std::uint32_t step = even != 0 ? even : samples.usualStep(isVideo ? 9 : 5);
+    MovRate usual;
+    if (even == 0 && isVideo && usualRate(track, samples.count(), step, usual)) return usual;
+    if (step == 0 || step > s_mostTicks) return toldRate(meanRate(track, samples.count()));
+    const std::uint32_t shared = isVideo ? std::gcd(track.timeScale, step) : 1;
+    return toldRate({track.timeScale / shared, step / shared});
 }
 
 std::uint64_t movieTicks(std::uint64_t samples, MovRate rate, std::uint32_t timeBase) {
@@ -194,19 +228,20 @@ void MovTrackDesc::describePicture(const MovEntry& entry, const MovTrack& track)
     }
 }
 
-// What a description leaves open, its first picture that is shown may say: one read of its head, in the movie's file.
+// What a description leaves open, its first picture that is shown may say: one read of its head, wherever it lies.
 void MovTrackDesc::lookAtPictures(MovTrack& track, const std::vector<MovClipPlan>& plans, const MovTableCache& cache) {
     std::vector<bool> looked(track.entries.size());
     for (const MovClipPlan& plan : plans) {
         if (plan.isGap || plan.samples == 0 || plan.entry >= looked.size() || looked[plan.entry]) continue;
         MovEntry& entry = track.entries[plan.entry];
         looked[plan.entry] = true;
-        const bool isSelf = entry.reference >= track.references.size() || track.references[entry.reference].isSelf;
         MovSpot spot;
-        if (!isSelf || !MovPictureHead::isWanted(entry) || !m_samples.find(plan.base, spot)) continue;
+        if (!MovPictureHead::isWanted(entry) || !m_samples.find(plan.base, spot)) continue;
         std::uint8_t bytes[MovPictureHead::s_size];
         const unsigned size = std::min<std::uint32_t>(spot.size, sizeof bytes);
-        if (cache.readThrough(spot.offset, bytes, size)) MovPictureHead::complete(entry, bytes, size);
+        const bool isRead = track.isSelf(entry) ? cache.readThrough(spot.offset, bytes, size)
+                                                : m_obj.readReferred(track, entry, spot.offset, bytes, size);
+        if (isRead) MovPictureHead::complete(entry, bytes, size);
     }
 }
 
@@ -219,10 +254,9 @@ void MovTrackDesc::makeClips(MovTrack& track, const MovMovie& movie, const MovTa
     if (first.sampleBytes != 0 && tables.fixedSize() != 0 && m_samples.evenStep() <= 1) {
         tables.setFixedSize(first.sampleBytes);
     }
-    bool isSelf = true;
-    for (const MovEntry& entry : track.entries)
-        isSelf = isSelf && (entry.reference >= track.references.size() || track.references[entry.reference].isSelf);
-    if (isSelf) {
+    const bool isWhole = std::all_of(track.entries.begin(), track.entries.end(),
+                                     [&track](const MovEntry& entry) { return track.isSelf(entry); });
+    if (isWhole) {
         const std::uint64_t there = tables.samplesWithin(fileLength);
         if (there < tables.samples()) {
             remarks.emplace_back(FormatStr("mov: track %u: of %llu samples %llu are in the file", track.id,
@@ -241,9 +275,17 @@ void MovTrackDesc::makeClips(MovTrack& track, const MovMovie& movie, const MovTa
     }
     std::uint64_t length = 0;
     for (const MovClipPlan& plan : plans) {
-        const MovEntry& entry = plan.entry < track.entries.size() ? track.entries[plan.entry] : first;
-        bool embedded = true;
-        MediaIdRec* file = plan.isGap ? nullptr : m_obj.mediaOf(track, entry, embedded, remarks);
+        const bool isNowhere = !track.entries.empty() && plan.entry >= track.entries.size();
+        const MovEntry& entry = isNowhere || track.entries.empty() ? none : track.entries[plan.entry];
+        bool embedded = !isNowhere;
+        MediaIdRec* file = nullptr;
+        if (isNowhere) {
+            remarks.emplace_back(FormatStr("mov: track %u: there is no description %u, and its samples lie nowhere",
+                                           track.id, plan.entry + 1)
+                                     .get());
+        } else if (!plan.isGap) {
+            file = m_obj.mediaOf(track, entry, embedded, remarks);
+        }
         m_clips.push_back(std::make_unique<MovClip>(*this, static_cast<unsigned>(m_clips.size()), m_samples, plan,
                                                     entry, rate, file,
                                                     embedded ? MediaContainment::Embedded : MediaContainment::ByRef));
@@ -266,7 +308,10 @@ std::uint32_t MovMediaObj::timeBaseOf(const MovMovie& movie) {
 }
 
 MovMediaObj::MovMediaObj(AutoRefPtr<BasicFileIO> file, MovMovie& movie, std::unique_ptr<MovTableCache> cache)
-    : MediaObj(0, CacheRefValue::Cached), m_cache(std::move(cache)), m_timecode(MovTimecode::read(movie, *m_cache)) {
+    : MediaObj(0, CacheRefValue::Cached),
+      m_cache(std::move(cache)),
+      m_timecode(MovTimecode::read(movie, *m_cache)),
+      m_properties([this](const char* names) { return changeClipProperties(names); }) {
     getDesc()->init(MediaFileType::QuickTime, timeBaseOf(movie), file->writable(), MediaEncodingType::Unknown,
                     MediaVideoRate::Unknown);
     const std::uint64_t length = file->getLength();
@@ -278,6 +323,10 @@ MovMediaObj::MovMediaObj(AutoRefPtr<BasicFileIO> file, MovMovie& movie, std::uni
         m_tracks.push_back(std::make_unique<MovTrackDesc>(*this, index, track, *m_cache));
         m_tracks.back()->makeClips(track, movie, *m_cache, length, remarks);
     }
+    // A list of clips that is full may have been cut.
+    m_isPartial = movie.isPartial || std::any_of(m_tracks.begin(), m_tracks.end(), [](const auto& track) {
+                      return track->getClipCount() >= MovLimit::s_clips;
+                  });
     readUserData(movie);
     m_cache->bind(*this);
     tellLengths();
@@ -294,6 +343,44 @@ void MovMediaObj::readUserData(const MovMovie& movie) {
     m_userData.read(bytes.data(), size);
     const char* const names = m_userData.getClipProperties();
     if (names != nullptr) setProperty(ClipPropsProperty(names)).discard();
+}
+
+// What the file is to tell of that key from now on.
+OpResult MovMediaObj::keep(UserDataEnum::KeyKind key) {
+    MovUserDataEditor editor(getPath(getMediaId(0)));
+    return editor.put(MovUserData::codeOf(key), m_userData.write(key));
+}
+
+OpResult MovMediaObj::changeUmid(const std::function<OpResult()>& change) {
+    if (!getMovieDesc()->isWritable()) return MO_WARNING(MediaCode::FileNotWritable, nullptr);
+    const char* const present = getUmid();
+    const std::string before = present != nullptr ? present : "";
+    OpResult result = change();
+    if (!result) return result;
+    result = keep(UserDataEnum::KeyKind::Umid);
+    if (result) return result;
+    m_userData.removeUmid();
+    if (!before.empty()) m_userData.setUmid(before.c_str()).discard();
+    return result;
+}
+
+OpResult MovMediaObj::generateUmid() {
+    return changeUmid([this] { return m_userData.generateUmid(); });
+}
+
+OpResult MovMediaObj::setProxyUmid(const MediaObj& other) {
+    return changeUmid([this, &other] { return m_userData.setUmid(other.getUmid()); });
+}
+
+OpResult MovMediaObj::changeClipProperties(const char* names) {
+    const char* const present = m_userData.getClipProperties();
+    const std::string before = present != nullptr ? present : "";
+    if (before == (names != nullptr ? names : "")) return OpResult(OpResult::Ok);
+    m_userData.setClipProperties(names);
+    if (!getMovieDesc()->isWritable()) return OpResult(OpResult::Ok);
+    OpResult result = keep(UserDataEnum::KeyKind::ClipProps);
+    if (!result) m_userData.setClipProperties(before.c_str());
+    return result;
 }
 
 // The last length told is the one that the movie's frames are counted by: the first video's, else the longest.
@@ -313,25 +400,37 @@ void MovMediaObj::tellLengths() {
     getDesc()->setEncoding(calcEncoding());
 }
 
-MediaIdRec* MovMediaObj::mediaOf(const MovTrack& track, const MovEntry& entry, bool& isSelf,
+bool MovMediaObj::readReferred(const MovTrack& track, const MovEntry& entry, std::uint64_t offset, void* target,
+                               unsigned size) {
+    const MovReference* const reference = track.referenceOf(entry);
+    if (reference == nullptr) return false;
+    bool isThere = false;
+    const std::string path = MovReferences::resolve(*reference, getPath(getMediaId(0)), isThere);
+    if (!isThere) return false;
+    const AutoRefPtr<FsFileIO> file(new FsFileIO("head", path.c_str(), BasicIOTypes::Mode::ReadOnly));
+    return file->open() && file->readAt(offset, target, size) == static_cast<int>(size);
+}
+
+MediaIdRec* MovMediaObj::mediaOf(const MovTrack& track, const MovEntry& entry, bool& isEmbedded,
                                  std::vector<std::string>& remarks) {
-    isSelf = entry.reference >= track.references.size() || track.references[entry.reference].isSelf;
-    if (isSelf) return getMediaId(0);
-    const MovReference& reference = track.references[entry.reference];
+    isEmbedded = track.isSelf(entry);
+    if (isEmbedded) return getMediaId(0);
+    const MovReference* const reference = track.referenceOf(entry);
     const std::string moviePath = getPath(getMediaId(0));
     bool isThere = false;
-    const std::string path = MovReferences::resolve(reference, moviePath, isThere);
+    const std::string path =
+        reference != nullptr ? MovReferences::resolve(*reference, moviePath, isThere) : std::string();
     if (path.empty()) {
         remarks.emplace_back(FormatStr("mov: track %u: the reference \"%s\" leads to no file that may be read",
-                                       track.id, reference.text.c_str())
+                                       track.id, reference != nullptr ? reference->text.c_str() : "")
                                  .get());
         return nullptr;
     }
     if (!isThere) {
         remarks.emplace_back(FormatStr("mov: track %u: the media file %s is not there", track.id, path.c_str()).get());
     }
-    if (path == moviePath) {
-        isSelf = true;
+    if (path == moviePath || path == MovReferences::straight(moviePath)) {
+        isEmbedded = true;
         return getMediaId(0);
     }
     return allocMediaId(path.c_str());
@@ -342,9 +441,20 @@ MediaTrackDesc* MovMediaObj::createTrack(const MediaClipParam&, OpResult& result
     return nullptr;
 }
 
+OpResult MovMediaObj::rename(const char* newPath, bool renameMedia, Namer* namer) {
+    MovRenameSession session(*this);
+    return MediaObj::rename(newPath, renameMedia, namer);
+}
+
 OpResult MovMediaObj::renameMediaId(MediaIdRec* id, const char* path) {
-    return MovReferenceEditor::rename(*this, id, path,
-                                      [this, id](const char* to) { return MediaObj::renameMediaId(id, to); });
+    const auto move = [this, id](const char* to) { return MediaObj::renameMediaId(id, to); };
+    if (m_isPartial && !MovReferenceEditor::isNear(*this, id, path)) {
+        const FormatStr text("mov: %s: not all that is in it is known, and so its media can't go along", getPath(id));
+        return MO_WARNING(MediaCode::OperationUnsupported, text.get());
+    }
+    std::unique_ptr<MovReferenceEditor> alone;
+    std::unique_ptr<MovReferenceEditor>* const kept = MovRenameSession::find(*this);
+    return MovReferenceEditor::rename(*this, id, path, move, kept != nullptr ? *kept : alone);
 }
 
 MediaObj* MovMediaObj::openFile(AutoRefPtr<BasicFileIO> file, OpResult& result) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -117,24 +118,40 @@ public:
     bool isStream() const override { return false; }
     bool canHaveRefMedia() const override { return true; }
     MediaTimecode getTimecode() const override { return m_timecode; }
-    // The references to the file, or all of them when the movie itself moves, are written anew. Of a movie that was
-    // opened for writing nothing else can be changed.
+    OpResult rename(const char* newPath, bool renameMedia, Namer* namer) override;
+    // The references to the file, or all of them when the movie itself moves, are written anew. Fails: also warning 17
+    // for a movie with more in it than is looked at, unless it stays in its folder.
     OpResult renameMediaId(MediaIdRec* id, const char* path) override;
     using MediaObj::getProperties;
     const MediaPropertyList& getProperties() const override { return m_properties; }
     const UserDataSet* getUserDataMovie() const override { return m_userData.get(); }
     UserDataSet* getUserDataMovie(bool make) override { return m_userData.get(make); }
+    // Of a movie that was opened for writing the identifier and the clip properties go into its file at once, and are
+    // as they were where that fails. Of another the clip properties change in this object alone. Besides these and
+    // the references nothing of a finished movie can be changed.
+    // Fail: warning 5 unless writable, and as `MovUserDataEditor`.
+    OpResult generateUmid() override;
+    // Fails: also warning 2 when the other movie has no identifier.
+    OpResult setProxyUmid(const MediaObj& other) override;
 
     // The file that a sample description refers to; null for one that leads nowhere, which a remark then names.
-    MediaIdRec* mediaOf(const MovTrack& track, const MovEntry& entry, bool& isSelf, std::vector<std::string>& remarks);
+    MediaIdRec* mediaOf(const MovTrack& track, const MovEntry& entry, bool& isEmbedded,
+                        std::vector<std::string>& remarks);
+    // Bytes of that file, which is opened and closed for them. Requires: a description whose media lie in another file.
+    // Fails: false when they can't be read.
+    bool readReferred(const MovTrack& track, const MovEntry& entry, std::uint64_t offset, void* target, unsigned size);
 
 private:
     static std::uint32_t timeBaseOf(const MovMovie& movie);
     void tellLengths();
     void readUserData(const MovMovie& movie);
+    OpResult keep(UserDataEnum::KeyKind key);
+    OpResult changeUmid(const std::function<OpResult()>& change);
+    OpResult changeClipProperties(const char* names);
 
     std::unique_ptr<MovTableCache> m_cache;
     std::vector<std::unique_ptr<MovTrackDesc>> m_tracks;
+    bool m_isPartial = false;  // there is more in the file than is known here
     MediaTimecode m_timecode;  // of the first frame
     MovUserData m_userData;
     MovProperties m_properties;

@@ -4,6 +4,7 @@
 
 #include "backends/mov/mov_alias.h"
 #include "backends/mov/mov_sample_entry.h"
+#include "backends/mov/mov_timecode.h"
 
 namespace {
 
@@ -40,6 +41,16 @@ std::uint64_t durationOf(const MovToldMovie& movie, const MovToldTrack& track) {
         ticks += movieTicks(movie, track, editOf(clip).m_samples);
     return ticks;
 }
+
+std::uint64_t durationOf(const MovToldMovie& movie) {
+    std::uint64_t ticks = 0;
+    for (const auto& track : movie.m_tracks)
+        ticks = std::max(ticks, durationOf(movie, *track));
+    return ticks;
+}
+
+// The number of the track behind all others.
+std::size_t timecodeTrack(const MovToldMovie& movie) { return movie.m_tracks.size() + 1; }
 
 void putMatrix(MovAtomWriter& out) { out.be32(s_one).zeros(12).be32(s_one).zeros(12).be32(1u << 30); }
 
@@ -96,6 +107,7 @@ MovMoov::MovMoov(const MovToldMovie& movie, const std::vector<MovCapacities>& ca
     putMovieHead(movie);
     for (unsigned i = 0; i < movie.m_tracks.size(); ++i)
         putTrack(movie, i, capacities[i], isWide);
+    if (movie.m_timecode.m_scale != 0) putTimecode(movie);
     if (!movie.m_userData.empty()) {
         m_out.open(MovAtom::s_udta).bytes(movie.m_userData.data(), movie.m_userData.size()).close();
     }
@@ -112,13 +124,11 @@ void MovMoov::cut() {
 }
 
 void MovMoov::putMovieHead(const MovToldMovie& movie) {
-    std::uint64_t duration = 0;
-    for (const auto& track : movie.m_tracks)
-        duration = std::max(duration, durationOf(movie, *track));
+    const std::uint64_t duration = durationOf(movie);
     m_out.open(MovAtom::s_mvhd, 1, 0).be64(movie.m_created).be64(movie.m_created);
     m_out.be32(movie.m_timescale).be64(duration).be32(s_one).be16(0x100).zeros(10);
     putMatrix(m_out);
-    m_out.zeros(24).be32(movie.m_tracks.size() + 1).close();
+    m_out.zeros(24).be32(timecodeTrack(movie) + (movie.m_timecode.m_scale != 0 ? 1 : 0)).close();
 }
 
 void MovMoov::putTrack(const MovToldMovie& movie, unsigned number, const MovCapacities& capacities, bool isWide) {
@@ -126,6 +136,8 @@ void MovMoov::putTrack(const MovToldMovie& movie, unsigned number, const MovCapa
     m_out.open(MovAtom::s_trak);
     putTrackHead(movie, track, number);
     putEdits(movie, track);
+    if (movie.m_timecode.m_scale != 0 && track.m_param.m_dataType == MediaDataType::Video)
+        m_out.open(MovAtom::s_tref).open(MovAtom::s_tmcd).be32(timecodeTrack(movie)).close().close();
     m_out.open(MovAtom::s_mdia);
     putMediaHead(movie, track);
     m_out.open(MovAtom::s_minf);
@@ -192,6 +204,49 @@ void MovMoov::putDescriptions(const MovToldTrack& track) {
     for (unsigned i = 1; i <= count; ++i)
         MovSampleEntry::put(m_out, track.m_param, i, track.m_avcC);
     m_out.close();
+}
+
+// One sample, of the whole movie's length. The places have one size wherever it lies.
+void MovMoov::putTimecode(const MovToldMovie& movie) {
+    const MovToldTimecode& timecode = movie.m_timecode;
+    const std::uint64_t length = durationOf(movie);
+    const Wide wide = (Wide{length} * timecode.m_scale + movie.m_timescale / 2) / movie.m_timescale;
+    const auto duration = static_cast<std::uint32_t>(std::min<Wide>(wide, 0xFFFFFFFF));
+    m_out.open(MovAtom::s_trak);
+    m_out.open(MovAtom::s_tkhd, 1, s_trackFlags).be64(movie.m_created).be64(movie.m_created);
+    m_out.be32(timecodeTrack(movie)).be32(0).be64(length).zeros(16);
+    putMatrix(m_out);
+    m_out.be32(0).be32(0).close();
+    m_out.open(MovAtom::s_edts).open(MovAtom::s_elst, 1, 0).be32(1).be64(length).be64(0).be32(s_one).close().close();
+    m_out.open(MovAtom::s_mdia);
+    m_out.open(MovAtom::s_mdhd, 1, 0).be64(movie.m_created).be64(movie.m_created).be32(timecode.m_scale);
+    m_out.be64(duration).be16(s_unknownLanguage).be16(0).close();
+    putHandler(m_out, MovAtom::s_mhlr, MovAtom::s_tmcd, "TimeCodeHandler");
+    m_out.open(MovAtom::s_minf);
+    putTimecodeHead(timecode);
+    m_out.open(MovAtom::s_stts, 0, 0).be32(1).be32(1).be32(duration).close();
+    m_out.open(MovAtom::s_stsc, 0, 0).be32(1).be32(1).be32(1).be32(1).close();
+    m_out.open(MovAtom::s_stsz, 0, 0).be32(MovTimecode::s_sampleSize).be32(1).close();
+    m_out.open(MovAtom::s_co64, 0, 0).be32(1).be64(timecode.m_at).close();
+    m_out.close().close().close().close();  // stbl, minf, mdia, trak
+}
+
+// Up to the tables; how it looks on a picture is the player's own business, but has to be said.
+void MovMoov::putTimecodeHead(const MovToldTimecode& timecode) {
+    constexpr unsigned fontSize = 12, wraps = 2;
+    m_out.open(MovAtom::s_gmhd);
+    m_out.open(MovAtom::s_gmin, 0, 0).be16(0x40).be16(0x8000).be16(0x8000).be16(0x8000).be16(0).be16(0).close();
+    m_out.open(MovAtom::s_tmcd).open(MovAtom::s_tcmi, 0, 0).be16(0).be16(0).be16(fontSize).be16(0);
+    m_out.zeros(6).be16(0xFFFF).be16(0xFFFF).be16(0xFFFF).pascal("Monaco").close().close();
+    m_out.close();
+    putHandler(m_out, MovAtom::s_dhlr, MovAtom::s_url, "DataHandler");
+    m_out.open(MovAtom::s_dinf).open(MovAtom::s_dref, 0, 0).be32(1);
+    MovAlias::putSelf(m_out);
+    m_out.close().close();
+    m_out.open(MovAtom::s_stbl).open(MovAtom::s_stsd, 0, 0).be32(1);
+    m_out.open(MovAtom::s_tmcd).zeros(6).be16(1).be32(0).be32(wraps | (timecode.m_isDropFrame ? 1 : 0));
+    const unsigned frames = (timecode.m_scale + timecode.m_step - 1) / timecode.m_step;
+    m_out.be32(timecode.m_scale).be32(timecode.m_step).be8(frames).be8(0).close().close();
 }
 
 void MovMoov::putTable(const MovToldTrack& track, unsigned number, Table table, std::uint64_t capacity, bool isWide) {

@@ -53,6 +53,8 @@ private:
     void putMediaHead(const MovToldMovie& movie, const MovToldTrack& track);
     void putReferences(const MovToldMovie& movie, const MovToldTrack& track);
     void putDescriptions(const MovToldTrack& track);
+    void putTimecode(const MovToldMovie& movie);
+    void putTimecodeHead(const MovToldTimecode& timecode);
     void putTable(const MovToldTrack& track, unsigned number, MovTrackTables::Table table, std::uint64_t capacity,
                   bool isWide);
     void cut();

@@ -10,9 +10,11 @@ constexpr unsigned s_timeBase = 60000;  // ticks a second: a movie without a fil
 // The type whose frames stand for this essence; Unknown when there is none.
 MediaFileType makerOf(const MediaClipParam& param) {
     if (param.m_encoding == MediaEncodingType::Dv) return MediaFileType::Dv;
-    const bool isPlain = param.m_encoding == MediaEncodingType::Pcm || param.m_encoding == MediaEncodingType::ALaw;
-    // The one whose bytes have no sign, as here.
-    return isPlain ? MediaFileType::Wav : MediaFileType::Unknown;
+    const bool isPcm = param.m_encoding == MediaEncodingType::Pcm;
+    if (!isPcm && param.m_encoding != MediaEncodingType::ALaw) return MediaFileType::Unknown;
+    // Bytes of sound have a sign in the one and none in the other; here their order tells it.
+    const bool hasSign = isPcm && param.m_bitsPerUnit == 8 && param.m_endian == MediaEndian::Big;
+    return hasSign ? MediaFileType::Aiff : MediaFileType::Wav;
 }
 
 }  // namespace

@@ -42,10 +42,16 @@ void MovParser::remark(const char* text) {
     if (text != nullptr) m_movie.remarks.emplace_back(text);
 }
 
+// Tells of what nobody will see.
+void MovParser::cut(const char* text) {
+    remark(text);
+    m_movie.isPartial = true;
+}
+
 OpResult MovParser::parseAtoms() {
     const std::uint64_t length = m_file.length();
     MovBoxReader reader(m_file, 0, length, m_left);
-    MovFragments fragments(m_file, m_left);
+    MovFragments fragments(m_file, m_leftOfFragments);
     MovBox box;
     bool isFirst = true, hasFragments = false;
     while (reader.next(box)) {
@@ -62,6 +68,7 @@ OpResult MovParser::parseAtoms() {
         }
     }
     if (hasFragments) fragments.finish(m_movie);
+    if (m_hasMovie && (m_left == 0 || m_leftOfFragments == 0)) cut("mov: more atoms than are looked at");
     if (isFirst) return refuse("mov: the file is too short for an atom");
     if (!m_hasMovie && reader.isDamaged()) {
         return refuse(
@@ -103,10 +110,19 @@ OpResult MovParser::parseTracks(const MovBox& moov, unsigned& refused) {
             m_movie.userData = box.body;
             m_movie.userDataSize = box.size();
         }
-        if (box.type == MovAtom::s_trak && m_movie.tracks.size() < MovLimit::s_tracks) {
+        const bool isFull = m_movie.tracks.size() >= MovLimit::s_tracks;
+        if (box.type == MovAtom::s_trak && isFull && !m_movie.isPartial) {
+            cut(FormatStr("mov: the tracks behind the first %u aren't shown", MovLimit::s_tracks).get());
+        }
+        if (box.type == MovAtom::s_trak && !isFull) {
             MovTrack track;
             OpResult result = parser.parse(box, track);
             if (result) {
+                if (track.hasMoreEntries) {
+                    cut(FormatStr("mov: track %u: samples behind the first %u descriptions lie nowhere", track.id,
+                                  MovLimit::s_descriptions)
+                            .get());
+                }
                 m_movie.tracks.push_back(std::move(track));
             } else {
                 ++refused;

@@ -23,9 +23,10 @@ private:
     void parseExtends(const MovBox& box);
     void parseExtendsTrack(const MovBox& box);
     void remark(const char* text);
+    void cut(const char* text);
 
     FileWindow& m_file;
-    unsigned m_left = MovLimit::s_atoms;
+    unsigned m_left = MovLimit::s_atoms, m_leftOfFragments = MovLimit::s_fragmentAtoms;
     MovMovie m_movie;
     bool m_hasMovie = false;
 };

@@ -5,6 +5,7 @@
 
 #include "backends/mov/mov_alias.h"
 #include "backends/mov/mov_sample_entry.h"
+#include "backends/mov/mov_timecode.h"
 #include "services/file/fs_file_io.h"
 #include "shared/include/description/media_clip_param.h"
 #include "shared/include/description/media_movie_desc.h"
@@ -81,7 +82,7 @@ MediaClipDesc* MovRecordedTrack::createClip(const MediaClipParam& param, OpResul
 MovRecordedMovie::MovRecordedMovie(AutoRefPtr<BasicFileIO> file)
     : MediaObj(0, CacheRefValue::Cached), m_properties([this](const char* names) {
           m_userData.setClipProperties(names);
-          keepUserData(OpResult(OpResult::Ok)).discard();
+          return keepUserData(OpResult(OpResult::Ok));
       }) {
     getDesc()->init(MediaFileType::QuickTime, 1, true, MediaEncodingType::Unknown, MediaVideoRate::Unknown);
     allocMediaId(file);
@@ -113,6 +114,15 @@ OpResult MovRecordedMovie::generateUmid() { return keepUserData(m_userData.gener
 
 OpResult MovRecordedMovie::setProxyUmid(const MediaObj& other) {
     return keepUserData(m_userData.setUmid(other.getUmid()));
+}
+
+OpResult MovRecordedMovie::setTimecode(const MediaTimecode& timecode) {
+    MovToldTimecode told;
+    OpResult result = getDesc()->isWritable() ? MovTimecode::tell(timecode, told) : notWritable();
+    if (!result) return result;
+    recorder().getKeeper().setTimecode(told);
+    m_timecode = timecode;
+    return result;
 }
 
 // Once a track has length, the time base stays.

@@ -9,6 +9,7 @@
 #include "backends/mov/mov_user_data.h"
 #include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_property.h"
+#include "shared/include/description/media_timecode.h"
 #include "shared/include/description/media_track_desc.h"
 #include "shared/include/index/media_edit_desc.h"
 #include "shared/include/object/media_obj.h"
@@ -131,7 +132,12 @@ public:
     const MediaPropertyList& getProperties() const override { return m_properties; }
     const UserDataSet* getUserDataMovie() const override { return m_userData.get(); }
     UserDataSet* getUserDataMovie(bool make) override { return m_userData.get(make); }
-    // The file has the identifier, and the clip properties, from its next update on.
+    using MediaObj::setTimecode;
+    // That of the first frame; it takes the place of the one before. The file has it, the identifier and the clip
+    // properties from its next update on. Fails: warning 5 unless writable, 1 for one that isn't valid, 8 for a rate
+    // that can't be recorded.
+    OpResult setTimecode(const MediaTimecode& timecode) override;
+    MediaTimecode getTimecode() const override { return m_timecode; }
     OpResult generateUmid() override;
     // Fails: warning 2 when the other movie has no identifier.
     OpResult setProxyUmid(const MediaObj& other) override;
@@ -149,6 +155,7 @@ private:
 
     MovUserData m_userData;
     MovProperties m_properties;
+    MediaTimecode m_timecode;  // of the first frame
 
     MovGrowingTable<MovRecordedTrack*> m_tracks;  // owned
 };

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "backends/common/byte_cursor.h"
+#include "services/file/file_stat.h"
 #include "services/file/fs_file_io.h"
 
 namespace {
@@ -30,7 +31,7 @@ std::string textOf(const std::uint8_t* at, std::size_t size) {
 }
 
 void addCandidate(MovReference& reference, const std::string& path) {
-    if (path.empty() || path.back() == '/') return;
+    if (path.empty() || path.back() == '/' || path.find('\0') != std::string::npos) return;
     if (path.front() != '/' && MovReferences::climbs(path)) return;
     if (std::find(reference.candidates.begin(), reference.candidates.end(), path) == reference.candidates.end()) {
         reference.candidates.push_back(path);
@@ -134,6 +135,32 @@ int hexDigit(char c) {
     return -1;
 }
 
+// The path without empty steps and ".", and perhaps with each ".." taken back by the step before it.
+std::string withoutSteps(const std::string& path, bool takesBack) {
+    std::vector<std::string> parts;
+    for (std::size_t at = 0; at < path.size();) {
+        const std::size_t end = std::min(path.find('/', at), path.size());
+        const std::string part = path.substr(at, end - at);
+        at = end + 1;
+        if (part.empty() || part == ".") continue;
+        const bool goesBack = takesBack && part == ".." && !parts.empty() && parts.back() != "..";
+        if (goesBack) {
+            parts.pop_back();
+        } else {
+            parts.push_back(part);
+        }
+    }
+    std::string text = !path.empty() && path.front() == '/' ? "/" : "";
+    for (const std::string& part : parts)
+        text += (&part == &parts.front() ? "" : "/") + part;
+    return text;
+}
+
+bool isSameFile(const std::string& one, const std::string& other) {
+    FileStat a, b;
+    return statPath(one.c_str(), a) == 0 && statPath(other.c_str(), b) == 0 && a.m_key == b.m_key;
+}
+
 bool startsWith(const std::string& text, const char* prefix) {
     return text.compare(0, std::strlen(prefix), prefix) == 0;
 }
@@ -160,7 +187,7 @@ std::string MovReferences::resolve(const MovReference& reference, const std::str
     std::string first;
     isThere = false;
     for (const std::string& candidate : reference.candidates) {
-        const std::string path = candidate.front() == '/' ? candidate : folder + candidate;
+        const std::string path = straight(candidate.front() == '/' ? candidate : folder + candidate);
         if (FsFileIO::exists(path.c_str())) {
             isThere = true;
             return path;
@@ -168,6 +195,14 @@ std::string MovReferences::resolve(const MovReference& reference, const std::str
         if (first.empty()) first = path;
     }
     return first;
+}
+
+std::string MovReferences::straight(const std::string& path) {
+    const std::string spelled = withoutSteps(path, false), plain = withoutSteps(path, true);
+    if (spelled == plain || isSameFile(spelled, plain)) return plain;
+    // What isn't there yet lies in its folder.
+    const bool isThere = FsFileIO::exists(spelled.c_str()) || FsFileIO::exists(plain.c_str());
+    return !isThere && isSameFile(folderOf(spelled), folderOf(plain)) ? plain : spelled;
 }
 
 std::string MovReferences::encodeUrl(const std::string& path) {

@@ -23,9 +23,13 @@ namespace MovReferences {
 
 // Reads an entry's content, which stands behind its version and flags. `flags` bit 0 says that it is the file itself.
 MovReference parse(MovCode kind, std::uint32_t flags, const std::uint8_t* content, std::size_t size);
-// The path of the first candidate that is there, else of the first one; empty for a reference that was refused.
-// `isThere` tells which it is.
+// The straight path of the first candidate that is there, else of the first one; empty for a reference that was
+// refused. `isThere` tells which it is.
 std::string resolve(const MovReference& reference, const std::string& moviePath, bool& isThere);
+
+// A path without steps that lead back, if it leads to the same file: behind a link `..` is somewhere else. Else only
+// the steps that lead nowhere are left out.
+std::string straight(const std::string& path);
 
 // A path as the text of a `url `, and back: bytes that a URL can't have are escaped. An absolute path becomes a
 // file URL. `decodeUrl` answers false for what leads to no file: another scheme, another host.

@@ -30,16 +30,19 @@ MovCode codeOfDv(const MediaClipParam& param) {
     return param.m_chroma == MediaChromaSample::C411 || isDvcPro(param) ? movCode("dvpp") : movCode("dvcp");
 }
 
-// The kinds of ProRes aim at so many bits a pixel, small rasters at more. Without a bitrate it is the usual kind.
+// The kinds of ProRes aim at so many bits a pixel, in standard definition at more. What stands here lies between the
+// target rates that are published for the usual rasters from 720 by 486 to 2048 by 1080. Without a bitrate it is the
+// usual kind.
 MovCode codeOfProres(const MediaClipParam& param) {
     const std::uint64_t pixels = std::uint64_t{param.m_width} * param.m_height * param.m_sampleRate;
     const std::uint64_t milliBits = std::uint64_t{param.m_bitrate} * 1000 * param.m_ticksPerSample / pixels;
-    if (param.m_chroma == MediaChromaSample::C444) return milliBits < 6700 ? movCode("ap4h") : movCode("ap4x");
     const bool isSmall = param.m_height < 720;
+    if (param.m_chroma == MediaChromaSample::C444)
+        return milliBits < (isSmall ? 11000 : 7400) ? movCode("ap4h") : movCode("ap4x");
     if (milliBits == 0) return movCode("apcn");
-    if (milliBits < (isSmall ? 1900 : 1180)) return movCode("apco");
-    if (milliBits < (isSmall ? 3300 : 2000)) return movCode("apcs");
-    return milliBits < (isSmall ? 4950 : 3000) ? movCode("apcn") : movCode("apch");
+    if (milliBits < (isSmall ? 1900 : 1250)) return movCode("apco");
+    if (milliBits < (isSmall ? 3300 : 2240)) return movCode("apcs");
+    return milliBits < (isSmall ? 4950 : 3280) ? movCode("apcn") : movCode("apch");
 }
 
 OpResult checkSound(const MediaClipParam& param) {
@@ -137,12 +140,12 @@ void putSound(MovAtomWriter& out, const MediaClipParam& param, unsigned referenc
 void putFastSound(MovAtomWriter& out, const MediaClipParam& param, unsigned reference) {
     constexpr unsigned bigEndian = 2, isSigned = 4, packed = 8;
     const unsigned bytes = param.m_bitsPerUnit / 8;
-    const bool isBig = bytes > 1 && param.m_endian == MediaEndian::Big;
+    const bool isBig = param.m_endian == MediaEndian::Big, hasSign = bytes > 1 || isBig;
     out.open(movCode("lpcm")).zeros(6).be16(reference);
     out.be16(2).be16(0).be32(0).be16(3).be16(16).be16(0xFFFE).be16(0).be32(1u << 16);
     out.be32(72).be64(std::bit_cast<std::uint64_t>(static_cast<double>(param.m_sampleRate)));
     out.be32(param.m_channels).be32(0x7F000000).be32(param.m_bitsPerUnit);
-    out.be32(packed | (bytes > 1 ? isSigned : 0) | (isBig ? bigEndian : 0));
+    out.be32(packed | (hasSign ? isSigned : 0) | (isBig && bytes > 1 ? bigEndian : 0));
     out.be32(bytes * param.m_channels).be32(1);
     putChannels(out, param.m_channels);
     out.close();

@@ -13,8 +13,9 @@ class MediaClipParam;
 // (avcC).
 namespace MovSampleEntry {
 
-// Whether a track of these parameters can be recorded: PCM of 8 (unsigned), 16, 24 and 32 bits, A-law, DV, MPEG-2,
-// ProRes, AVC. Fails: warning 8 with a sentence.
+// Whether a track of these parameters can be recorded: PCM of 8, 16, 24 and 32 bits (bytes without a sign where
+// the order is little-endian, with one where it is big-endian), A-law, DV, MPEG-2, ProRes, AVC. Fails: warning 8 with a
+// sentence.
 OpResult check(const MediaClipParam& param);
 // The coding's four characters; 0 for one that has none here.
 MovCode codeOf(const MediaClipParam& param);

@@ -37,6 +37,7 @@ MovSampleTables::MovSampleTables(const MovTablePlaces& places, const MovTableCac
     m_timeMarks.init(places.times.count, s_pairStride);
     m_tickMarks.init(places.times.count, s_pairStride);
     m_shiftMarks.init(places.shifts.count, s_pairStride);
+    m_held.init(places.fixedSize == 0 ? places.samples : 0, cache);
 }
 
 bool MovSampleTables::find(std::uint64_t sample, MovSpot& spot) const {
@@ -53,6 +54,108 @@ bool MovSampleTables::find(std::uint64_t sample, MovSpot& spot) const {
     if (!sumSizes(sample - inChunk, sample, before)) return false;
     spot.offset = add(start, before);
     return spot.offset < 1ull << 62;
+}
+
+bool MovSampleTables::findAlone(std::uint64_t sample, MovSpot& spot) const {
+    if (m_places.fixedSize != 0 || sample >= m_samples) return find(sample, spot);
+    MovHeldSpots::Place place;
+    MovHeldSpots::Answer answer = m_held.find(sample, place);
+    if (answer == MovHeldSpots::Answer::Wanted) {
+        MovHeldSpots::Block block;
+        writeOut(sample, block);
+        m_held.hold(sample, block);
+        answer = m_held.find(sample, place);
+    }
+    if (answer != MovHeldSpots::Answer::Held) return find(sample, spot);
+    spot.offset = place.offset;
+    spot.size = place.size;
+    spot.description = place.description;
+    return true;
+}
+
+// The samples of a block that can't all be told are found one by one, as far as they can.
+void MovSampleTables::writeOut(std::uint64_t sample, MovHeldSpots::Block& block) const {
+    const std::uint64_t first = sample - sample % MovHeldSpots::s_block;
+    block.count = static_cast<unsigned>(std::min<std::uint64_t>(m_samples - first, MovHeldSpots::s_block));
+    const bool isWritten = writeSizes(first, block) && writeOffsets(first, block) && writeSyncs(first, block);
+    if (!isWritten) block.count = 0;
+}
+
+bool MovSampleTables::writeSizes(std::uint64_t first, MovHeldSpots::Block& block) const {
+    const unsigned bits = m_places.sizeBits;
+    const std::uint64_t begin = first * bits / 8;
+    std::uint8_t bytes[MovHeldSpots::s_block * sizeof(std::uint32_t)];
+    if (first + block.count > m_places.sizes.count) return false;
+    if (!m_cache.readThrough(m_places.sizes.offset + begin, bytes, (block.count * bits + 7) / 8)) return false;
+    for (unsigned i = 0; i < block.count; ++i) {
+        std::uint64_t size = 0;
+        if (!addSizes(bytes + ((first + i) * bits / 8 - begin), first + i, 1, size)) return false;
+        block.sizes[i] = static_cast<std::uint32_t>(size);
+    }
+    return true;
+}
+
+bool MovSampleTables::writeOffsets(std::uint64_t first, MovHeldSpots::Block& block) const {
+    for (unsigned i = 0; i < block.count;) {
+        Run run;
+        if (!runOf(first + i, run)) return false;
+        if (i == 0) block.description = run.description;
+        if (run.description != block.description) return false;
+        const std::uint64_t left = multiply(run.chunks, run.perChunk) - (first + i - run.samplesBefore);
+        const unsigned to = i + static_cast<unsigned>(std::min<std::uint64_t>(left, block.count - i));
+        if (!writeRun(first + i, run, i, to, block)) return false;
+        i = to;
+    }
+    return true;
+}
+
+// The block's samples [from, to), the first of which is `sample`, all of one run.
+bool MovSampleTables::writeRun(std::uint64_t sample, const Run& run, unsigned from, unsigned to,
+                               MovHeldSpots::Block& block) const {
+    const std::uint64_t chunk = run.first + (sample - run.samplesBefore) / run.perChunk;
+    std::uint64_t inChunk = (sample - run.samplesBefore) % run.perChunk;
+    const std::uint64_t chunks = (inChunk + (to - from) + run.perChunk - 1) / run.perChunk;
+    const unsigned size = m_places.isWide ? 8 : 4;
+    std::uint8_t bytes[MovHeldSpots::s_block * 8];
+    if (chunk + chunks > m_places.chunks.count) return false;
+    // Runs of a few chunks are neighbours, of each other as of those that come next.
+    const auto wanted = static_cast<unsigned>(chunks * size);
+    const std::uint64_t place = m_places.chunks.offset + chunk * size;
+    const bool isRead = chunks < MovHeldSpots::s_block / 4 ? m_cache.read(place, bytes, wanted)
+                                                           : m_cache.readThrough(place, bytes, wanted);
+    std::uint64_t before = 0;
+    if (!isRead || !sumSizes(sample - inChunk, sample, before)) return false;
+    ByteCursor cursor(bytes, wanted);
+    std::uint64_t at = add(m_places.isWide ? cursor.be64() : cursor.be32(), before);
+    for (unsigned i = from; i < to; ++i, ++inChunk) {
+        if (inChunk == run.perChunk) {
+            at = m_places.isWide ? cursor.be64() : cursor.be32();
+            inChunk = 0;
+        }
+        if (at >= 1ull << 62) return false;
+        block.offsets[i] = at;
+        at += block.sizes[i];
+    }
+    return true;
+}
+
+bool MovSampleTables::writeSyncs(std::uint64_t first, MovHeldSpots::Block& block) const {
+    std::uint64_t place = 0;
+    std::uint32_t number = 0;
+    block.syncs = 0;
+    if (!m_places.hasSyncs) return true;
+    if (!findSync(first, place, number)) return false;
+    if (number == first + 1) block.syncs = 1;
+    std::uint8_t bytes[MovHeldSpots::s_block * s_syncSize];
+    const std::uint64_t count = std::min<std::uint64_t>(m_places.syncs.count - place, block.count - 1);
+    const auto size = static_cast<unsigned>(count * s_syncSize);
+    if (!m_cache.read(m_places.syncs.offset + place * s_syncSize, bytes, size)) return false;
+    for (unsigned i = 0; i < count; ++i) {
+        number = word(bytes + i * s_syncSize);
+        if (number <= first + 1 || number > first + block.count) break;
+        block.syncs |= 1ull << (number - 1 - first);
+    }
+    return true;
 }
 
 MovSampleTables::Run MovSampleTables::runFrom(const std::uint8_t* entry, bool isLast) const {
@@ -278,7 +381,7 @@ bool MovSampleTables::sampleAt(std::uint64_t ticks, std::uint64_t& sample) const
         const std::uint32_t count = word(bytes), step = word(bytes + 4);
         const std::uint64_t length = multiply(count, step);
         if (ticks - at < length) {
-            sample += (ticks - at) / step;
+            sample = add(sample, (ticks - at) / step);
             break;
         }
         at = add(at, length);
@@ -297,7 +400,7 @@ std::uint32_t MovSampleTables::evenStep() const {
     return m_places.times.count == 1 || isLastAlone ? word(bytes + 4) : 0;
 }
 
-std::uint32_t MovSampleTables::usualStep() const {
+std::uint32_t MovSampleTables::usualStep(unsigned tenths) const {
     constexpr std::uint64_t most = 64;
     std::uint8_t bytes[most * s_pairSize];
     const std::uint64_t entries = std::min(m_places.times.count, most);
@@ -315,7 +418,7 @@ std::uint32_t MovSampleTables::usualStep() const {
         often = same;
         usual = word(bytes + i * s_pairSize + 4);
     }
-    return often * 10 >= all * 9 ? usual : 0;
+    return often * 10 >= all * tenths ? usual : 0;
 }
 
 // The first entry of the sync table that is above a sample, and the number in the one before it; 0 without one.
@@ -339,6 +442,8 @@ bool MovSampleTables::findSync(std::uint64_t sample, std::uint64_t& place, std::
 
 bool MovSampleTables::isSync(std::uint64_t sample) const {
     if (!m_places.hasSyncs) return true;
+    bool isOne = false;
+    if (m_held.findSync(sample, isOne)) return isOne;
     std::uint64_t place = 0;
     std::uint32_t number = 0;
     return findSync(sample, place, number) && number == sample + 1;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "backends/mov/mov_held_spots.h"
 #include "backends/mov/mov_marks.h"
 #include "backends/mov/mov_table_cache.h"
 
@@ -37,8 +38,8 @@ struct MovSpot {
 
 // The sample tables of one track, searched where they lie. Sample numbers count from 0 in the order of the tables,
 // which is the order of decoding.
-// **Threads:** any number. **Owns:** the marks; the cache outlives it. **Units:** ticks of the media's time scale.
-// All answers are false when a table can't be read or doesn't cover the sample.
+// **Threads:** any number. **Owns:** the marks and what it holds; the cache outlives it. **Units:** ticks of the
+// media's time scale. All answers are false when a table can't be read or doesn't cover the sample.
 class MovSampleTables {
 public:
     MovSampleTables(const MovTablePlaces& places, const MovTableCache& cache);
@@ -53,6 +54,9 @@ public:
     void setSamples(std::uint64_t samples) { m_samples = samples; }
 
     bool find(std::uint64_t sample, MovSpot& spot) const;
+    // The same without the chunk and what follows there, for who wants many samples one by one: samples that differ in
+    // size, and their neighbours, are held in memory from then on, as far as the movie's budget goes.
+    bool findAlone(std::uint64_t sample, MovSpot& spot) const;
     bool sizeOf(std::uint64_t sample, std::uint32_t& size) const;
     // Bytes of the samples [from, to).
     bool sumSizes(std::uint64_t from, std::uint64_t to, std::uint64_t& sum) const;
@@ -64,8 +68,8 @@ public:
     bool sampleAt(std::uint64_t ticks, std::uint64_t& sample) const;
     // The one step of the times when all samples have the same, but for the last; else 0.
     std::uint32_t evenStep() const;
-    // The step that nearly all samples have among the first entries of the times; else 0.
-    std::uint32_t usualStep() const;
+    // The step that at least so many tenths of the samples have among the first entries of the times; else 0.
+    std::uint32_t usualStep(unsigned tenths) const;
     // The first sample at or behind `sample` whose description is another one, or the number of samples.
     bool changeOfDescription(std::uint64_t sample, std::uint32_t& description, std::uint64_t& next) const;
     // The samples that lie before that length of the media file, as far as the last chunk tells; looks further only
@@ -93,6 +97,11 @@ private:
     bool findCounted(const MovTable& table, const MovMarks& marks, std::uint64_t sample, std::uint64_t& entry,
                      std::uint64_t& before, std::uint32_t& value) const;
     bool findSync(std::uint64_t sample, std::uint64_t& place, std::uint32_t& number) const;
+    void writeOut(std::uint64_t sample, MovHeldSpots::Block& block) const;
+    bool writeSizes(std::uint64_t first, MovHeldSpots::Block& block) const;
+    bool writeOffsets(std::uint64_t first, MovHeldSpots::Block& block) const;
+    bool writeRun(std::uint64_t sample, const Run& run, unsigned from, unsigned to, MovHeldSpots::Block& block) const;
+    bool writeSyncs(std::uint64_t first, MovHeldSpots::Block& block) const;
 
     MovTablePlaces m_places;
     const MovTableCache& m_cache;  // borrowed
@@ -102,4 +111,5 @@ private:
     MovMarks m_timeMarks;   // samples before an entry of the times
     MovMarks m_tickMarks;   // ticks before it
     MovMarks m_shiftMarks;  // samples before an entry of the shifts
+    MovHeldSpots m_held;
 };

@@ -18,6 +18,7 @@ class MovTableCache {
 public:
     static constexpr unsigned s_window = 512;
     static constexpr unsigned s_leastSlots = 16, s_mostSlots = 128;  // powers of two
+    static constexpr unsigned s_heldBytes = 384 * 1024;
 
     // As many windows as cover tables of so many bytes, within the limits.
     explicit MovTableCache(AutoRefPtr<BasicFileIO> file, std::uint64_t tableBytes = 0)
@@ -34,6 +35,18 @@ public:
     bool read(std::uint64_t offset, void* target, unsigned size) const;
     // The same past the windows, for a walk over much of a table.
     bool readThrough(std::uint64_t offset, void* target, unsigned size) const;
+
+    // The memory that the tracks of the movie together may take for what they were asked for, `s_heldBytes` in all.
+    bool hasRoom(unsigned bytes) const { return m_room.load(std::memory_order_relaxed) >= bytes; }
+    // Fails: false when there isn't so much left.
+    bool spend(unsigned bytes) const {
+        unsigned room = m_room.load(std::memory_order_relaxed);
+        while (room >= bytes) {
+            if (m_room.compare_exchange_weak(room, room - bytes, std::memory_order_relaxed)) return true;
+        }
+        return false;
+    }
+    void giveBack(unsigned bytes) const { m_room.fetch_add(bytes, std::memory_order_relaxed); }
 
 private:
     static constexpr unsigned s_words = s_window / 8;
@@ -60,4 +73,5 @@ private:
     AutoRefPtr<BasicFileIO> m_file;  // empty once the movie stands
     const unsigned m_slotCount;
     std::unique_ptr<Slot[]> m_slots;
+    mutable std::atomic<unsigned> m_room{s_heldBytes};  // bytes left
 };

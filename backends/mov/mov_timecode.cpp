@@ -1,6 +1,10 @@
 #include "backends/mov/mov_timecode.h"
 
 #include "backends/mov/mov_track_samples.h"
+#include "services/system/format_str.h"
+#include "shared/include/description/media_clip_param.h"
+#include "shared/include/object/core_subsystem.h"
+#include "shared/include/object/media_obj.h"
 
 namespace {
 
@@ -27,12 +31,11 @@ MediaTimecode MovTimecode::read(const MovMovie& movie, const MovTableCache& cach
     if (found == nullptr) return timecode;
     const MovEntry& entry = found->entries.front();
     const bool isSane = entry.tcStep != 0 && entry.tcScale / entry.tcStep < mostRate && !entry.isCounter;
-    const bool isSelf = entry.reference >= found->references.size() || found->references[entry.reference].isSelf;
-    if (!isSane || !isSelf) return timecode;
+    if (!isSane || !found->isSelf(entry)) return timecode;
     MovTrack track = *found;
     const MovTrackSamples samples(track, cache);
     MovSpot spot;
-    std::uint8_t bytes[4];
+    std::uint8_t bytes[s_sampleSize];
     if (!samples.find(0, spot) || spot.size < sizeof bytes || !cache.read(spot.offset, bytes, sizeof bytes)) {
         return timecode;
     }
@@ -41,4 +44,28 @@ MediaTimecode MovTimecode::read(const MovMovie& movie, const MovTableCache& cach
     if (counter > 0x7FFFFFFF) return timecode;  // a time before midnight has no digits
     timecode.setCounter(static_cast<int>(counter), FixedPoint<16>(entry.tcScale) / entry.tcStep, entry.dropFrame);
     return timecode;
+}
+
+OpResult MovTimecode::tell(const MediaTimecode& timecode, MovToldTimecode& told) {
+    constexpr int mostRate = 255;  // frames of a second are counted in a byte
+    if (!timecode.isValid()) return MO_WARNING(MediaCode::InternalError, nullptr);
+    MediaClipParam usual;
+    usual.m_videoRate = MediaObj::getVideoRate(timecode.m_rate);
+    const bool isWhole = timecode.m_rate == FixedPoint<16>(timecode.m_rate.intValue());
+    if (usual.m_videoRate == MediaVideoRate::Unknown && (!isWhole || timecode.m_rate.intValue() > mostRate)) {
+        const FormatStr text("mov: a timecode of %s frames a second can't be recorded",
+                             timecode.m_rate.toString(3).get());
+        return MO_WARNING(MediaCode::UnsupportedMediaType, text.get());
+    }
+    usual.m_sampleRate = timecode.m_rate.uint32Value();
+    usual.m_ticksPerSample = 1;
+    if (usual.m_videoRate != MediaVideoRate::Unknown) usual.initSampleRate(usual.m_videoRate).discard();
+    told = MovToldTimecode();
+    told.m_scale = usual.m_sampleRate;
+    told.m_step = usual.m_ticksPerSample;
+    told.m_counter = static_cast<std::uint32_t>(timecode.getCounter());
+    // At other rates no frames are dropped, and players refuse a flag that says so.
+    const int rate = timecode.m_rate.round().intValue();
+    told.m_isDropFrame = timecode.m_dropFrame && (rate == 30 || rate == 60);
+    return OpResult(OpResult::Ok);
 }

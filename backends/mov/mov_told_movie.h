@@ -50,11 +50,22 @@ struct MovToldTrack {
     MovPictureOrder m_order;           // of AVC
 };
 
+// The timecode of the first frame.
+struct MovToldTimecode {
+    std::uint32_t m_scale = 0, m_step = 1;  // frames a second as a fraction; no scale: there is none
+    std::uint32_t m_counter = 0;            // frames since midnight
+    bool m_isDropFrame = false;
+    std::uint64_t m_at = 0;  // where its sample lies in the movie's own file; 0 while it isn't there
+
+    bool operator==(const MovToldTimecode&) const = default;
+};
+
 struct MovToldMovie {
     std::string m_path;  // absolute, where relative references count from
     std::uint32_t m_timescale = 1;
     std::uint32_t m_created = 0;  // seconds since 1904
     std::vector<MovToldMedia> m_media;
     std::vector<std::unique_ptr<MovToldTrack>> m_tracks;
+    MovToldTimecode m_timecode;
     std::vector<std::uint8_t> m_userData;  // the atoms in its `udta`
 };

@@ -31,11 +31,12 @@ OpResult MovTrackParser::parse(const MovBox& trak, MovTrack& track) {
     return result;
 }
 
+OpResult MovTrackParser::refuse(const char* what) const {
+    const FormatStr text("mov: track %u: %s", m_track.id, what);
+    return MO_WARNING(MediaCode::ParserError, text.get());
+}
+
 OpResult MovTrackParser::check() {
-    const auto refuse = [this](const char* what) {
-        const FormatStr text("mov: track %u: %s", m_track.id, what);
-        return MO_WARNING(MediaCode::ParserError, text.get());
-    };
     if (!m_damage.empty()) return refuse(m_damage.c_str());
     if (m_track.handler == 0) return refuse("no hdlr atom says what it is");
     if (m_track.timeScale == 0) return refuse("no mdhd atom with a time scale");
@@ -229,7 +230,7 @@ void MovTrackParser::parseEdits(const MovBox& box) {
     if (!readCount(box, s_fullHead, count, at)) return;
     const bool isLong = bodyOf(box, 1)[0] == 1;
     const unsigned size = isLong ? 20 : 12;
-    count = std::min(count, MovLimit::s_clips);
+    count = std::min(count, MovLimit::s_clips + 1);
     for (std::uint32_t i = 0; i < count && box.end - at >= size; ++i, at += size) {
         const std::uint8_t* bytes = m_file.at(at, size);
         if (bytes == nullptr) break;
@@ -265,6 +266,7 @@ void MovTrackParser::parseDescriptions(const MovBox& stsd) {
     const bool isIsoVersion1 = bodyOf(stsd, 1)[0] == 1;
     MovBoxReader reader(m_file, at, stsd.end, m_left);
     MovBox box;
+    m_track.hasMoreEntries = count > MovLimit::s_descriptions;
     for (std::uint32_t i = 0; i < std::min(count, MovLimit::s_descriptions) && reader.next(box); ++i) {
         MovEntryParser parser(m_file, m_left);
         m_track.entries.push_back(parser.parse(box, m_track.type, m_track.handler, isIsoVersion1));

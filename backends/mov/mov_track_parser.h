@@ -36,6 +36,7 @@ private:
     void parseTable(const MovBox& box, unsigned entrySize, MovTable& table);
     bool readCount(const MovBox& box, unsigned before, std::uint32_t& count, std::uint64_t& entries);
     void damage(const MovBox& box, const char* what);
+    OpResult refuse(const char* what) const;
     OpResult check();
     const std::uint8_t* bodyOf(const MovBox& box, unsigned size);
 

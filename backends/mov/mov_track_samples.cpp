@@ -51,12 +51,18 @@ bool MovTrackSamples::sum(const MovFragmentRun& run, std::uint32_t from, std::ui
 
 bool MovTrackSamples::find(std::uint64_t sample, MovSpot& spot) const {
     std::uint64_t found = 0, bytes = 0;
-    return findTogether(sample, 1, spot, found, bytes);
+    return sample < m_tables.samples() ? m_tables.find(sample, spot) : findTogether(sample, 1, spot, found, bytes);
 }
 
 bool MovTrackSamples::findTogether(std::uint64_t sample, std::uint64_t count, MovSpot& spot, std::uint64_t& found,
                                    std::uint64_t& bytes) const {
     if (sample < m_tables.samples()) {
+        if (count == 1) {
+            if (!m_tables.findAlone(sample, spot)) return false;
+            found = 1;
+            bytes = spot.size;
+            return true;
+        }
         if (!m_tables.find(sample, spot)) return false;
         found = std::min(count, spot.following + 1);
         bytes = spot.size;
@@ -68,7 +74,7 @@ bool MovTrackSamples::findTogether(std::uint64_t sample, std::uint64_t count, Mo
     std::uint64_t before = 0, ticks = 0;
     MovRunEntry::Facts facts;
     if (!sum(*run, 0, place, before, ticks) || !entryOf(*run, place, facts)) return false;
-    spot.offset = run->data + before;
+    if (__builtin_add_overflow(run->data, before, &spot.offset)) return false;
     spot.size = facts.size;
     spot.following = run->count - place - 1;
     spot.description = run->description;
@@ -125,13 +131,16 @@ bool MovTrackSamples::sampleAt(std::uint64_t ticks, std::uint64_t& sample) const
     const auto behind = std::upper_bound(m_runs.begin(), m_runs.end(), ticks,
                                          [](std::uint64_t t, const MovFragmentRun& run) { return t < run.time; });
     const MovFragmentRun& run = *(behind - 1);
-    std::uint64_t at = run.time;
-    std::uint32_t place = 0;
-    for (; place < run.count; ++place) {
+    std::uint64_t left = ticks - run.time, place = 0;
+    // Only runs whose entries tell their steps are short enough to be walked.
+    if ((run.flags & MovRunEntry::s_hasStep) == 0) {
+        place = run.step != 0 ? std::min<std::uint64_t>(left / run.step, run.count) : run.count;
+    }
+    for (; (run.flags & MovRunEntry::s_hasStep) != 0 && place < run.count; ++place) {
         MovRunEntry::Facts facts;
-        if (!entryOf(run, place, facts)) return false;
-        if (ticks - at < facts.step) break;
-        at += facts.step;
+        if (!entryOf(run, static_cast<std::uint32_t>(place), facts)) return false;
+        if (left < facts.step) break;
+        left -= facts.step;
     }
     sample = m_tables.samples() + run.firstSample + place;
     return true;
@@ -147,8 +156,8 @@ std::uint32_t MovTrackSamples::evenStep() const {
     return step;
 }
 
-std::uint32_t MovTrackSamples::usualStep() const {
-    if (m_tables.samples() >= m_fragmentSamples) return m_tables.usualStep();
+std::uint32_t MovTrackSamples::usualStep(unsigned tenths) const {
+    if (m_tables.samples() >= m_fragmentSamples) return m_tables.usualStep(tenths);
     constexpr unsigned most = 64;
     std::uint32_t steps[most];
     unsigned count = 0;
@@ -161,7 +170,7 @@ std::uint32_t MovTrackSamples::usualStep() const {
     std::sort(steps, steps + count);
     const std::uint32_t middle = count != 0 ? steps[count / 2] : 0;
     const auto same = static_cast<unsigned>(std::count(steps, steps + count, middle));
-    return same * 10 >= count * 9 ? middle : 0;
+    return same * 10 >= count * tenths ? middle : 0;
 }
 
 bool MovTrackSamples::changeOfDescription(std::uint64_t sample, std::uint32_t& description, std::uint64_t& next) const {

@@ -22,7 +22,8 @@ public:
     std::uint32_t fixedSize() const { return m_runs.empty() ? m_tables.fixedSize() : 0; }
 
     bool find(std::uint64_t sample, MovSpot& spot) const;
-    // As many of `count` samples as lie together from that one on, and their bytes.
+    // As many of `count` samples as lie together from that one on, and their bytes. A single one is held in memory from
+    // then on, as `MovSampleTables::findAlone` does; of it the spot says no more than that.
     bool findTogether(std::uint64_t sample, std::uint64_t count, MovSpot& spot, std::uint64_t& found,
                       std::uint64_t& bytes) const;
     bool isSync(std::uint64_t sample) const;
@@ -31,9 +32,10 @@ public:
     bool timeOf(std::uint64_t sample, std::uint64_t& ticks) const;
     bool shiftOf(std::uint64_t sample, std::int32_t& ticks) const;
     bool sampleAt(std::uint64_t ticks, std::uint64_t& sample) const;
-    // The ticks from each sample to the next, 0 where they vary; and those of nearly all samples at the start.
+    // The ticks from each sample to the next, 0 where they vary; and those of at least so many tenths of the
+    // samples at the start, else 0.
     std::uint32_t evenStep() const;
-    std::uint32_t usualStep() const;
+    std::uint32_t usualStep(unsigned tenths) const;
     bool changeOfDescription(std::uint64_t sample, std::uint32_t& description, std::uint64_t& next) const;
 
 private:

@@ -7,8 +7,8 @@ namespace {
 constexpr std::uint64_t s_mostInChunk = 1u << 30;  // bytes
 
 void put(std::vector<std::uint8_t>& bytes, std::uint64_t value, unsigned count) {
-    for (unsigned i = count; i-- > 0;)
-        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+    for (unsigned left = count; left > 0; --left)
+        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * (left - 1))));
 }
 
 }  // namespace
@@ -63,7 +63,7 @@ void MovTrackTables::tellByKind(bool isB) {
 // What waits has been decoded and is shown later than all that doesn't. More than so many pictures never wait: with
 // one too many the first of them is shown, and its time is settled.
 void MovTrackTables::tellByCount(const MovPictureOrder::Picture& picture) {
-    if (picture.m_isFirst) m_waiting.clear();
+    if (picture.m_isFirst || picture.m_isReset) m_waiting.clear();
     const std::int64_t count = countOf(picture);
     std::uint32_t early = 0;
     for (const Waiting& other : m_waiting) {
@@ -82,8 +82,10 @@ void MovTrackTables::tellByCount(const MovPictureOrder::Picture& picture) {
 // Pictures tell the lowest bits of their counts; the rest is whatever lies nearest to the last one that others depend
 // on. A picture that doesn't tell it is shown behind those before it.
 std::int64_t MovTrackTables::countOf(const MovPictureOrder::Picture& picture) {
-    if (picture.m_isFirst) m_base = m_lastCount = 0;
-    if (picture.m_isFirst) m_shownTo = -1;
+    if (picture.m_isFirst || picture.m_isReset) {
+        m_base = m_lastCount = 0;
+        m_shownTo = -1;
+    }
     std::int64_t count = m_shownTo + 1;
     if (picture.m_isTold && picture.m_bits != 0) {
         const std::int64_t range = std::int64_t{1} << picture.m_bits, half = range / 2;

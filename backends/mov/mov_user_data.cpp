@@ -1,5 +1,6 @@
 #include "backends/mov/mov_user_data.h"
 
+#include <cstring>
 #include <string>
 
 #include "backends/common/byte_cursor.h"
@@ -40,12 +41,28 @@ void MovUserData::read(const std::uint8_t* bytes, std::size_t size) {
     }
 }
 
+MovCode MovUserData::codeOf(UserDataEnum::KeyKind key) {
+    return key == UserDataEnum::KeyKind::Umid ? s_umid : s_clipProperties;
+}
+
+bool MovUserData::isOwn(MovCode code) { return code == s_umid || code == s_clipProperties; }
+
 std::vector<std::uint8_t> MovUserData::write() const {
+    std::vector<std::uint8_t> atoms = write(UserDataEnum::KeyKind::Umid);
+    const std::vector<std::uint8_t> names = write(UserDataEnum::KeyKind::ClipProps);
+    atoms.insert(atoms.end(), names.begin(), names.end());
+    return atoms;
+}
+
+std::vector<std::uint8_t> MovUserData::write(UserDataEnum::KeyKind key) const {
     MovAtomWriter out;
-    const AutoPtr<GenericUmid> umid = GenericUmid::createFromString(textOf(m_store, UserDataEnum::KeyKind::Umid));
-    if (umid.get() != nullptr) out.open(s_umid).bytes(umid->getBytes().data(), s_umidSize).close();
-    const char* const names = getClipProperties();
-    if (names != nullptr) out.open(s_clipProperties).bytes(names, std::string(names).size()).close();
+    const char* const text = textOf(m_store, key);
+    if (key == UserDataEnum::KeyKind::Umid) {
+        const AutoPtr<GenericUmid> umid = GenericUmid::createFromString(text);
+        if (umid.get() != nullptr) out.open(s_umid).bytes(umid->getBytes().data(), s_umidSize).close();
+    } else if (text != nullptr) {
+        out.open(s_clipProperties).bytes(text, std::strlen(text)).close();
+    }
     return out.getBytes();
 }
 
@@ -61,6 +78,8 @@ OpResult MovUserData::setUmid(const char* text) {
     return OpResult(OpResult::Ok);
 }
 
+void MovUserData::removeUmid() { m_store.setText(s_umidKey, nullptr); }
+
 void MovUserData::setClipProperties(const char* names) {
     const bool isNone = names == nullptr || *names == '\0';
     m_store.setText(s_propertiesKey, isNone ? nullptr : names);
@@ -69,7 +88,10 @@ void MovUserData::setClipProperties(const char* names) {
 const char* MovUserData::getClipProperties() const { return textOf(m_store, UserDataEnum::KeyKind::ClipProps); }
 
 OpResult MovProperties::set(const MediaProperty& property) {
-    OpResult result = OwnParams::set(property);
-    if (result && m_told && property.getName() == MediaPropertyEnum::Name::ClipProps) m_told(property.stringValue());
-    return result;
+    const bool isNames = property.getName() == MediaPropertyEnum::Name::ClipProps && property.getType() == Type::String;
+    if (m_told && isNames) {
+        OpResult result = m_told(property.stringValue());
+        if (!result) return result;
+    }
+    return OwnParams::set(property);
 }

@@ -2,7 +2,7 @@
 
 #include "shared/include/object/media_format.h"
 
-// What is recorded as a movie file: PCM of 8 bits (unsigned), 16, 24 and 32 of either byte order, A-law, DV, MPEG-2,
+// What is recorded as a movie file: PCM of 8, 16, 24 and 32 bits of either byte order, A-law, DV, MPEG-2,
 // ProRes and AVC, in the movie's own file or in files of bare samples beside it. A sample of sound is one of all
 // channels; a sample of video is a picture as its coding has it: a DV frame, a picture of MPEG-2 with the headers in
 // front of it, a ProRes frame with its size and mark, and of AVC an access unit whose units are behind lengths of four

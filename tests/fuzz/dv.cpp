@@ -29,12 +29,10 @@ const std::string& soundFrame(unsigned choice) {
     return frame;
 }
 
-std::string soundStream(unsigned choice) {
+void putSoundStream(unsigned choice, std::string& bytes) {
     const std::string& frame = soundFrame(choice);
-    std::string bytes;
     for (unsigned i = 0; i <= choice / s_dvSystemCount % 3; ++i)
         bytes += frame;
-    return bytes;
 }
 
 void makeChanges(const std::uint8_t* data, std::size_t size, std::string& bytes) {
@@ -49,12 +47,15 @@ void makeChanges(const std::uint8_t* data, std::size_t size, std::string& bytes)
     if (size == 2) bytes.erase(0, static_cast<std::size_t>(data[0] << 8 | data[1]));
 }
 
-std::string fileOf(const std::uint8_t* data, std::size_t size) {
-    if (size == 0) return "";
-    if (data[0] == 0) return std::string(reinterpret_cast<const char*>(data + 1), size - 1);
-    std::string bytes = soundStream(data[0] - 1u);
+void putFile(const std::uint8_t* data, std::size_t size, std::string& bytes) {
+    bytes.clear();
+    if (size == 0) return;
+    if (data[0] == 0) {
+        bytes.assign(reinterpret_cast<const char*>(data + 1), size - 1);
+        return;
+    }
+    putSoundStream(data[0] - 1u, bytes);
     makeChanges(data + 1, size - 1, bytes);
-    return bytes;
 }
 
 // What every movie of a stream builds on.
@@ -94,8 +95,9 @@ bool parse(kit::FakeFile& file, std::uint64_t length, DvFormat& format) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    kit::FakeFile file;
-    file.m_content = fileOf(data, size);
+    // Kept, since memory of this size that is new each time costs more than the parser does.
+    static kit::FakeFile file;
+    putFile(data, size, file.m_content);
     const std::uint64_t length = file.m_content.size();
     DvFormat first, second, shrunk;
     const bool success = parse(file, length, first);

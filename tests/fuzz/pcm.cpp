@@ -38,7 +38,7 @@ void putTop(std::string& sound, const Form& form, unsigned bits) {
 // A byte of the input is as many of the sound as make an instant, so that small
 // inputs give much of it.
 std::string soundOf(const Form& form, fuzz::Input& input) {
-    constexpr std::size_t longest = 8192;
+    constexpr std::size_t longest = 4096;
     std::string sound;
     while (!input.empty() && sound.size() < longest) {
         const unsigned value = input.byte();

@@ -117,8 +117,8 @@ public:
     // Moves the clip's ends, where a back-end can. Fails: false.
     virtual bool trim(unsigned int in, unsigned int out);
     virtual bool getInOut(unsigned int& in, unsigned int& out) const;
-    // Looks at essence of this clip's kind, while a bit of `mediaValidate` is on. The base looks at PCM alone; back-ends
-    // override it for what they know. Gives: array text of what was found; null or empty when all is well.
+    // Looks at essence of this clip's kind, while a bit of `mediaValidate` is on. The base looks at PCM alone;
+    // back-ends override it for what they know. Gives: array text of what was found; null or empty when all is well.
     // Thread: one at a time in the process, so that a checker may keep state.
     virtual AutoPtr<char> validate(phantom_OBUF* data) const;
     virtual AutoPtr<char> validate(const MediaIoBuf& data) const;

@@ -50,8 +50,8 @@ enum MediaObjStateBit : std::uint32_t {
 // **Threads:** any number may open, read, query and release. A reference holds the object: one per client, per
 // `Persist` and per `ScopeHold`, and one of the cache's own from construction on.
 // **Units:** lengths of tracks in ticks of the movie's time base, of clips in samples.
-// **Defined in** mediautil/object (life, holders, open), mediautil/description (rates, tracks, copies, clip properties),
-// mediautil/io, mediautil/naming.
+// **Defined in** mediautil/object (life, holders, open), mediautil/description (rates, tracks, copies, clip
+// properties), mediautil/io, mediautil/naming.
 class MO_PUBLIC MediaObj : public IBase {
 public:
     enum class ReadMode : std::uint32_t { ReadOnly = 0, ReadWrite = 1 };
@@ -183,8 +183,8 @@ public:
     // Enter a write, or an add, in the movie's record log. Thread: any, at the log's own risk of order.
     void log(const MediaSampleInMovie& sample);
     void log(const MediaClipDesc& clip, const MediaRecordReq& req);
-    // Writes an XML text of the movie to a new file. Fails: error 1 (no name, no text), 2 (can't be opened), 7 (the file
-    // is there already and isn't touched), 12 (short, with the counts); a short file may stay behind then.
+    // Writes an XML text of the movie to a new file. Fails: error 1 (no name, no text), 2 (can't be opened), 7 (the
+    // file is there already and isn't touched), 12 (short, with the counts); a short file may stay behind then.
     OpResult writeXmlToFile(XmlBuffer& buffer, const char* filename);
     // Sorted by address, without duplicates.
     std::list<MediaObj*> filterDupObjects(std::list<MediaObj*> objects) const;
@@ -197,7 +197,7 @@ public:
     static void setReadReqOrigin(MediaReadReq& req, MediaReadReq::Origin origin);
 
     // --- What back-ends supply or refine -----------------------------------------------------------------------------
-    virtual ~MediaObj();
+    ~MediaObj() override;
     int preserve() override;
     int release() override;
     virtual OsPathId getFileId() const;

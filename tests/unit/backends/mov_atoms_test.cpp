@@ -155,6 +155,12 @@ TEST(MovAtoms, AtomsOfEightBytesByTheThousandEndTheWalkInTime) {
 TEST(MovAtoms, PcmIsDescribedByItsCodeAndTheAtomsBehindIt) {
     const auto little = atom("wave", atom("frma", "in24") + atom("enda", be16(1)) + be32(8) + be32(0));
     const std::string sound1 = be32(1) + be32(3) + be32(6) + be32(2);
+    const auto bytesOfLpcm = [](std::uint32_t flags) {
+        return soundEntry("lpcm", 3, 16, 1,
+                          be32(72) + be64(0x40F7700000000000ull) + be32(1) + be32(0x7F000000) + be32(8) + be32(flags) +
+                              be32(1) + be32(1),
+                          2);
+    };
     struct Row {
         std::string m_entry;
         MediaEndian m_endian;
@@ -164,7 +170,9 @@ TEST(MovAtoms, PcmIsDescribedByItsCodeAndTheAtomsBehindIt) {
         {soundEntry("sowt", 2, 16, 48000), MediaEndian::Little, 16, 4},
         {soundEntry("twos", 2, 16, 48000), MediaEndian::Big, 16, 4},
         {soundEntry("twos", 1, 8, 48000), MediaEndian::Big, 8, 1},
-        {soundEntry("raw ", 2, 8, 48000), MediaEndian::Big, 8, 2},
+        {soundEntry("sowt", 1, 8, 48000), MediaEndian::Big, 8, 1},
+        {soundEntry("raw ", 2, 8, 48000), MediaEndian::Little, 8, 2},
+        {soundEntry("NONE", 1, 8, 48000), MediaEndian::Little, 8, 1},
         {soundEntry("in24", 2, 16, 48000), MediaEndian::Big, 24, 6},
         {soundEntry("in24", 2, 16, 48000, sound1 + little, 1), MediaEndian::Little, 24, 6},
         {soundEntry("in32", 8, 16, 48000), MediaEndian::Big, 32, 32},
@@ -174,6 +182,8 @@ TEST(MovAtoms, PcmIsDescribedByItsCodeAndTheAtomsBehindIt) {
                     2),
          MediaEndian::Little, 24, 18},
         {soundEntry("ipcm", 2, 16, 48000, full("pcmC", std::string("\1\x18", 2))), MediaEndian::Little, 24, 6},
+        {bytesOfLpcm(8), MediaEndian::Little, 8, 1},
+        {bytesOfLpcm(4 | 8), MediaEndian::Big, 8, 1},
     };
     for (const Row& row : rows) {
         const MovEntry entry = entryOf(row.m_entry, "soun");
@@ -182,8 +192,8 @@ TEST(MovAtoms, PcmIsDescribedByItsCodeAndTheAtomsBehindIt) {
         EXPECT_EQ(entry.bits, row.m_bits);
         EXPECT_EQ(entry.sampleBytes, row.m_bytes);
     }
-    EXPECT_EQ(entryOf(rows[7].m_entry, "soun").sampleRate, 96000u);
-    EXPECT_EQ(entryOf(rows[7].m_entry, "soun").channels, 6u);
+    EXPECT_EQ(entryOf(rows[9].m_entry, "soun").sampleRate, 96000u);
+    EXPECT_EQ(entryOf(rows[9].m_entry, "soun").channels, 6u);
     EXPECT_EQ(entryOf(soundEntry("alaw", 2, 16, 8000), "soun").encoding, MediaEncodingType::ALaw);
     EXPECT_EQ(entryOf(soundEntry("alaw", 2, 16, 8000), "soun").sampleBytes, 2u);
 }
@@ -238,6 +248,8 @@ TEST(MovAtoms, AWriterFindsTheCodeThatAReaderKnows) {
     const auto codeOf = [](E encoding, MediaEndian endian, unsigned bits) {
         return MovDescription::codeOf(MediaDataType::Audio, encoding, MediaChromaSample::None, endian, bits);
     };
+    EXPECT_EQ(codeOf(E::Pcm, MediaEndian::Little, 8), movCode("raw "));
+    EXPECT_EQ(codeOf(E::Pcm, MediaEndian::Big, 8), movCode("twos"));
     EXPECT_EQ(codeOf(E::Pcm, MediaEndian::Little, 16), movCode("sowt"));
     EXPECT_EQ(codeOf(E::Pcm, MediaEndian::Big, 16), movCode("twos"));
     EXPECT_EQ(codeOf(E::Pcm, MediaEndian::Little, 24), movCode("in24"));

@@ -146,12 +146,25 @@ TEST_F(MovMovieTest, WhatADescriptionSaysIsNotLookedForInPictures) {
     EXPECT_EQ(clip(0, 0).getVscan(), MediaVideoScanType::Progressive);
 }
 
-TEST_F(MovMovieTest, PicturesInAnotherFileAndThoseThatAreCutStayUnlookedAt) {
+TEST_F(MovMovieTest, PicturesInAnotherFileSayIt) {
     m_tree.write("beside.raw", proresPicture(true) + proresPicture(true));
     Track track = proresPictures(0);
     track.m_references = full("url ", "beside.raw" + std::string(1, '\0'));
     open(head() + movie({track.build()}));
     EXPECT_EQ(clip(0, 0).getLength(), 2u);
+    EXPECT_EQ(clip(0, 0).getVscan(), MediaVideoScanType::Interlaced);
+    m_movie->release();
+    m_movie = nullptr;
+    m_tree.write("beside.raw", proresPicture(true).substr(0, 31));
+    open(head() + movie({track.build()}), "cut.mov");
+    EXPECT_EQ(clip(0, 0).getLength(), 2u);
+    EXPECT_EQ(clip(0, 0).getVscan(), MediaVideoScanType::Unknown);
+}
+
+TEST_F(MovMovieTest, PicturesThatAreNotThereSayNothing) {
+    Track track = proresPictures(0);
+    track.m_references = full("url ", "gone.raw" + std::string(1, '\0'));
+    open(head() + movie({track.build()}));
     EXPECT_EQ(clip(0, 0).getVscan(), MediaVideoScanType::Unknown);
     m_movie->release();
     m_movie = nullptr;
@@ -337,6 +350,72 @@ TEST_F(MovMovieTest, FragmentsGoOnBehindTheTables) {
     MovSampleTime time;
     ASSERT_TRUE(static_cast<const MovClip&>(clip(0, 0)).getMovLookup().getSampleTime(7, time));
     EXPECT_EQ(time.decoded, 700u);
+}
+
+namespace {
+
+// A movie of sound in one fragment; an entry of the run has the time that it lasts and its bytes.
+std::string soundInAFragment(const std::vector<std::pair<unsigned, unsigned>>& entries, std::size_t bytes) {
+    Track track;
+    track.m_handler = "soun";
+    track.m_scale = 48000;
+    track.m_entries = {soundEntry("sowt", 2, 16, 48000)};
+    track.m_tables = plainTables(0, 0, 0, 0);
+    const std::string extends = atom("mvex", full("trex", be32(1) + be32(1) + be32(0) + be32(0) + be32(0)));
+    std::string run;
+    for (const auto& [ticks, size] : entries)
+        run += be32(ticks) + be32(size);
+    const auto fragment = [&](std::uint64_t offset) {
+        return atom("moof", full("mfhd", be32(1)) +
+                                atom("traf", full("tfhd", be32(1), 0x20000) + full("tfdt", be32(500)) +
+                                                 full("trun", be32(entries.size()) + be32(offset) + run, 0x301)));
+    };
+    return head() + movie({track.build()}, 1000, extends) + fragment(fragment(0).size() + 8) +
+           atom("mdat", std::string(bytes, 's'));
+}
+
+}  // namespace
+
+TEST_F(MovMovieTest, SoundInFragmentsCountsItsSamplesOneByOne) {
+    // The third entry begins later than the one before it ends.
+    const std::string bytes = soundInAFragment({{100, 400}, {90, 200}, {30, 120}, {30, 120}}, 840);
+    open(bytes);
+    const std::uint64_t at = bytes.size() - 840;
+    EXPECT_EQ(clip(0, 0).getLength(), 210u);
+    EXPECT_EQ(clip(0, 0).getSampleRate(), 48000u);
+    EXPECT_EQ(clip(0, 0).getTicksPerSample(), 1u);
+    ASSERT_TRUE(find(clip(0, 0), 20, 150));
+    EXPECT_EQ(m_where.m_count, 150u);
+    EXPECT_EQ(m_where.m_numChunks, 1u);
+    EXPECT_EQ(m_where.m_chunks[0].m_offset, at + 80);
+    EXPECT_EQ(m_where.m_chunks[0].m_size, 600u);
+    const auto timeOf = [this](unsigned sample) {
+        MovSampleTime time;
+        EXPECT_TRUE(static_cast<const MovClip&>(clip(0, 0)).getMovLookup().getSampleTime(sample, time));
+        return time.decoded;
+    };
+    EXPECT_EQ(timeOf(0), 500u);
+    EXPECT_EQ(timeOf(149), 649u);
+    EXPECT_EQ(timeOf(150), 690u);
+    EXPECT_EQ(timeOf(209), 749u);
+}
+
+TEST_F(MovMovieTest, SoundInAFragmentThatIsCutEndsWithItsLastWholeSample) {
+    open(soundInAFragment({{100, 400}, {100, 400}}, 510));
+    EXPECT_EQ(clip(0, 0).getLength(), 127u);
+    ASSERT_TRUE(find(clip(0, 0), 126));
+    EXPECT_FALSE(find(clip(0, 0), 127));
+}
+
+TEST_F(MovMovieTest, EntriesOfAFragmentThatAreNoWholeSamplesStayAsTheyAre) {
+    open(soundInAFragment({{100, 401}, {100, 399}}, 800));
+    EXPECT_EQ(clip(0, 0).getLength(), 2u);
+    ASSERT_TRUE(find(clip(0, 0), 1));
+    EXPECT_EQ(m_where.m_chunks[0].m_size, 399u);
+    m_movie->release();
+    m_movie = nullptr;
+    open(soundInAFragment({{0, 0}, {0, 0}}, 8), "empty.mov");
+    EXPECT_EQ(clip(0, 0).getLength(), 0u);
 }
 
 TEST_F(MovMovieTest, ACodingWithoutAWordIsNamedAndItsSamplesAreFound) {

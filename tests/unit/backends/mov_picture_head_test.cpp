@@ -29,7 +29,21 @@ std::string prores(unsigned flags) {
            bytesOf({0, 0x94, 0, 0, 'L', 'a', 'v', 'c', 2, 0xD0, 2, 0x40, flags, 0, 2, 2});
 }
 
-std::string dnxhd(unsigned content) { return bytesOf({0, 0, 2, 0x80, 1, content, 0x80, 0xA0}); }
+std::string dnxhd(unsigned content, unsigned colour = 0x80) {
+    std::string head = bytesOf({0, 0, 2, 0x80, 1, content, 0x80, 0xA0});
+    head.resize(44);
+    return head + static_cast<char>(colour);
+}
+
+// The second part's samples lie so far apart.
+std::string jpeg2000(unsigned across, unsigned down, unsigned parts = 3) {
+    return bytesOf({0xFF, 0x4F, 0xFF, 0x51, 0, 0x2F}) + std::string(34, '\0') +
+           bytesOf({0, parts, 7, 1, 1, 7, across, down, 7, across, down});
+}
+
+// A sequence's parameter set of High 4:2:2 profile, level 2.1, for fields.
+const std::string s_avcSet("\x67\x7A\x00\x15\xBC\xE8\x21\xB6\x02\x20\x00\x00\x03\x00\x20\x00\x00\x06\x43\xE2\x85\x54",
+                           22);
 
 MovEntry entryOf(Encoding encoding) {
     MovEntry entry;
@@ -112,6 +126,47 @@ TEST(MovPictureHead, OfDnxhdSaysTheScan) {
     EXPECT_EQ(scanOf(Encoding::Dnxhd, std::string(64, 'x')), Scan::Unknown);
 }
 
+TEST(MovPictureHead, OfDnxhdSaysTheChroma) {
+    EXPECT_EQ(look(entryOf(Encoding::Dnxhd), dnxhd(1, 0x80)).chroma, Chroma::C422);
+    EXPECT_EQ(look(entryOf(Encoding::Dnxhd), dnxhd(1, 0xC1)).chroma, Chroma::C444);
+    EXPECT_EQ(look(entryOf(Encoding::Dnxhd), dnxhd(1).substr(0, 44)).chroma, Chroma::None);
+    MovEntry told = entryOf(Encoding::Dnxhd);
+    told.chroma = Chroma::C422;
+    EXPECT_EQ(look(told, dnxhd(1, 0xC0)).chroma, Chroma::C422);
+}
+
+TEST(MovPictureHead, OfJpeg2000SaysTheChroma) {
+    const auto chromaOf = [](const std::string& bytes) { return look(entryOf(Encoding::Jpeg2000), bytes).chroma; };
+    EXPECT_EQ(chromaOf(jpeg2000(1, 1)), Chroma::C444);
+    EXPECT_EQ(chromaOf(jpeg2000(2, 1)), Chroma::C422);
+    EXPECT_EQ(chromaOf(jpeg2000(2, 2)), Chroma::C420);
+    EXPECT_EQ(chromaOf(jpeg2000(4, 1)), Chroma::C411);
+    EXPECT_EQ(chromaOf(jpeg2000(3, 1)), Chroma::None);
+    EXPECT_EQ(chromaOf(jpeg2000(1, 1, 1)), Chroma::None);
+    EXPECT_EQ(chromaOf("in a box: " + jpeg2000(2, 1)), Chroma::C422);
+    const std::string whole = jpeg2000(2, 2);
+    for (std::size_t size = 0; size < whole.size() - 3; ++size)
+        EXPECT_EQ(chromaOf(whole.substr(0, size)), Chroma::None) << size;
+}
+
+TEST(MovPictureHead, OfAvcSaysProfileChromaAndScan) {
+    const std::string delimiter("\x09\xF0", 2), start("\0\0\0\1", 4);
+    const auto unit = [](const std::string& bytes) { return bytesOf({0, 0, 0, unsigned(bytes.size())}) + bytes; };
+    MovEntry units = entryOf(Encoding::Avc);
+    units.lengthBytes = 4;
+    for (const MovEntry& entry : {look(entryOf(Encoding::Avc), start + delimiter + start + s_avcSet + start),
+                                  look(units, unit(delimiter) + unit(s_avcSet) + unit("x"))}) {
+        EXPECT_TRUE(entry.hasProfile);
+        EXPECT_EQ(entry.profile, 122);
+        EXPECT_EQ(entry.level, 21);
+        EXPECT_EQ(entry.chroma, Chroma::C422);
+        EXPECT_EQ(entry.scan, Scan::Interlaced);
+    }
+    EXPECT_FALSE(look(units, unit(delimiter)).hasProfile);
+    EXPECT_FALSE(look(units, bytesOf({0xFF, 0xFF, 0xFF, 0xFF, 0x67})).hasProfile);
+    EXPECT_FALSE(look(entryOf(Encoding::Avc), s_avcSet).hasProfile);
+}
+
 TEST(MovPictureHead, ThatIsCutSaysWhatIsThere) {
     const std::string whole = s_sequence + s_extension;
     for (std::size_t size = 0; size <= whole.size(); ++size) {
@@ -134,6 +189,11 @@ TEST(MovPictureHead, IsWantedWhereTheDescriptionLeavesSomethingOpen) {
     EXPECT_TRUE(MovPictureHead::isWanted(entry));
     EXPECT_TRUE(MovPictureHead::isWanted(entryOf(Encoding::Prores)));
     EXPECT_TRUE(MovPictureHead::isWanted(entryOf(Encoding::Dnxhd)));
-    EXPECT_FALSE(MovPictureHead::isWanted(entryOf(Encoding::Avc)));
+    EXPECT_TRUE(MovPictureHead::isWanted(entryOf(Encoding::Jpeg2000)));
     EXPECT_FALSE(MovPictureHead::isWanted(entryOf(Encoding::Dv)));
+    EXPECT_TRUE(MovPictureHead::isWanted(entryOf(Encoding::Avc)));
+    MovEntry avc = entryOf(Encoding::Avc);
+    avc.hasProfile = true;
+    avc.chroma = Chroma::C420;
+    EXPECT_FALSE(MovPictureHead::isWanted(avc));
 }

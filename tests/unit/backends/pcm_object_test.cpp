@@ -96,6 +96,11 @@ TEST_F(PcmObjects, BlackIsSilence) {
     EXPECT_EQ(silenceOf(MediaFileType::Aiff, sound(2, 8, MediaEndian::Big)), std::string(2, '\0'));
     EXPECT_EQ(silenceOf(MediaFileType::Wav, sound(1, 8, MediaEndian::Little, MediaEncodingType::ALaw)),
               std::string(1, '\xD5'));
+    const MediaFileType mov = MediaFileType::QuickTime;
+    EXPECT_EQ(silenceOf(mov, sound(2, 8, MediaEndian::Little)), std::string(2, '\x80')) << "bytes without a sign";
+    EXPECT_EQ(silenceOf(mov, sound(2, 8, MediaEndian::Big)), std::string(2, '\0')) << "bytes with one";
+    EXPECT_EQ(silenceOf(mov, sound(2, 16, MediaEndian::Big)), std::string(4, '\0'));
+    EXPECT_EQ(silenceOf(mov, sound(1, 8, MediaEndian::Big, MediaEncodingType::ALaw)), std::string(1, '\xD5'));
 }
 
 TEST_F(PcmObjects, AnEmptyBufferIsntFilled) {
