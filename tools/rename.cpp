@@ -56,6 +56,21 @@ std::optional<Failure> refusal(const MediaRenameStep& step) {
                          folderAbove(step.m_to) + " is on another file system");
 }
 
+// The name that a movie has while its media files move.
+std::string asideOf(const std::string& path) {
+    const fs::path target(path);
+    return (target.parent_path() / ("." + target.filename().string() + ".rename")).string();
+}
+
+bool isTaken(const std::string& path) {
+    std::error_code ignored;
+    return fs::symlink_status(path, ignored).type() != fs::file_type::not_found;
+}
+
+Failure occupied(const std::string& path, const std::string& why) {
+    return Failure::make(ExitCode::BadFile, MediaCode::FileExists, path, why);
+}
+
 // One rename, from the names that it was given to what it says about them.
 class Renaming {
 public:
@@ -93,13 +108,11 @@ std::optional<Failure> Renaming::plan() {
 
 // What would else come out when files are under way.
 std::optional<Failure> Renaming::checkSteps() const {
-    std::error_code ignored;
-    const auto occupied = [](const std::string& path, const std::string& why) {
-        return Failure::make(ExitCode::BadFile, MediaCode::FileExists, path, why);
-    };
-    if (fs::symlink_status(m_new, ignored).type() != fs::file_type::not_found)
-        return occupied(m_new, "it is there already and is not overwritten");
+    if (isTaken(m_new)) return occupied(m_new, "it is there already and is not overwritten");
     for (auto step = m_steps.begin(); step != m_steps.end(); ++step) {
+        if (!isTaken(step->m_from))
+            return Failure::make(ExitCode::NotFound, MediaCode::FileNonExistent, step->m_from,
+                                 "the movie refers to it, and it can't go along");
         for (auto other = m_steps.begin(); other != step; ++other) {
             if (other->m_to == step->m_to)
                 return occupied(step->m_to, other->m_from + " and " + step->m_from + " would both get this name");
@@ -118,7 +131,7 @@ std::optional<Failure> Renaming::move() {
     MediaObj* const movie = MediaObj::openReader(m_old.c_str(), MediaObj::ReadMode::ReadWrite, result);
     if (movie == nullptr) return Failure::from(result, m_old);
     result.discard();
-    const std::optional<Failure> failure = rename(*movie);
+    std::optional<Failure> failure = rename(*movie);
     movie->release(MediaAgent(nullptr), true);
     return failure;
 }
@@ -142,7 +155,10 @@ Failure Renaming::explain(OpResult& result, const MediaObj& movie) const {
         failure = *reason;
         break;
     }
-    const std::string now = movie.getPath(movie.getMediaId(0));
+    const std::string now = movie.getPath(movie.getMediaId(0)), aside = asideOf(m_new);
+    if (byTheSystem && now == m_old && m_steps.size() > 1 && isTaken(aside)) {
+        failure = occupied(aside, "the movie can't go aside to this name");
+    }
     if (now != m_old && !now.empty()) {
         failure.m_message += std::string(failure.m_message.empty() ? "" : "; ") + "the movie is now " + now;
     }

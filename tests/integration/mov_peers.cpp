@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 
 #include "tests/kit/process.h"
 #include "tests/kit/samples.h"
+#include "tests/kit/temp_tree.h"
 
 namespace movpeers {
 
@@ -90,12 +93,38 @@ std::string decode(const std::string& path, const std::string& stream) {
 }
 
 std::string raw(const std::string& path, unsigned tracks) {
+    const kit::TempTree tree;
+    std::vector<std::string> command = {"ffmpeg", "-v", "warning", "-enable_drefs", "1", "-i", path};
+    for (unsigned i = 0; i < tracks; ++i) {
+        const std::string number = std::to_string(i);
+        command.insert(command.end(), {"-map", "0:a:" + number, "-c", "copy", "-f", "data", tree.path(number)});
+    }
+    outputOf(command);
     std::string all;
     for (unsigned i = 0; i < tracks; ++i) {
-        all += outputOf({"ffmpeg", "-v", "warning", "-enable_drefs", "1", "-i", path, "-map",
-                         "0:a:" + std::to_string(i), "-c", "copy", "-f", "data", "-"});
+        std::ifstream file(tree.path(std::to_string(i)), std::ios::binary);
+        all.append(std::istreambuf_iterator<char>(file), {});
     }
     return all;
+}
+
+std::vector<std::string> rawHashes(const std::vector<std::string>& paths, unsigned tracks) {
+    std::vector<std::string> command = {"ffmpeg", "-v", "warning"}, maps;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        command.insert(command.end(), {"-enable_drefs", "1", "-i", paths[i]});
+        for (unsigned track = 0; track < tracks; ++track)
+            maps.insert(maps.end(), {"-map", std::to_string(i) + ":a:" + std::to_string(track)});
+    }
+    command.insert(command.end(), maps.begin(), maps.end());
+    command.insert(command.end(), {"-c", "copy", "-f", "streamhash", "-hash", "md5", "-"});
+    std::vector<std::string> hashes(paths.size());
+    std::size_t stream = 0;
+    for (const auto& row : rowsOf(outputOf(command))) {
+        if (stream < paths.size() * tracks) hashes[stream / tracks] += row.back() + " ";
+        ++stream;
+    }
+    EXPECT_EQ(stream, paths.size() * tracks);
+    return hashes;
 }
 
 std::string fact(const std::string& path, const std::string& stream, const std::string& name) {

@@ -24,6 +24,8 @@ std::vector<Packet> packetsOf(const std::string& path, const std::string& stream
 std::string decode(const std::string& path, const std::string& stream);
 // The sound of so many tracks as it lies in the file, one track behind the other.
 std::string raw(const std::string& path, unsigned tracks);
+// The same of many movies, each with so many tracks, by one run of ffmpeg: a line of hashes for each movie.
+std::vector<std::string> rawHashes(const std::vector<std::string>& paths, unsigned tracks);
 // What ffprobe says of a field of a stream, such as "codec_tag_string".
 std::string fact(const std::string& path, const std::string& stream, const std::string& name);
 

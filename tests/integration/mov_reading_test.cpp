@@ -260,7 +260,8 @@ TEST_F(WrittenMov, SoundOfEveryLayoutComesOutAsThePeerCopiesIt) {
                         {"pcm_s24be", "s24be", 24, MediaEndian::Big, pcm},
                         {"pcm_s32le", "s32le", 32, MediaEndian::Little, pcm},
                         {"pcm_s32be", "s32be", 32, MediaEndian::Big, pcm},
-                        {"pcm_u8", "u8", 8, MediaEndian::Big, pcm},
+                        {"pcm_u8", "u8", 8, MediaEndian::Little, pcm},
+                        {"pcm_s8", "s8", 8, MediaEndian::Big, pcm},
                         {"pcm_alaw", "alaw", 8, MediaEndian::Big, MediaEncodingType::ALaw}};
     for (const Row& row : rows) {
         write("a.mov",
@@ -278,6 +279,57 @@ TEST_F(WrittenMov, SoundOfEveryLayoutComesOutAsThePeerCopiesIt) {
         expireAll();
         fs::remove(m_path);
     }
+}
+
+TEST_F(WrittenMov, PlainSoundInFragmentsComesOutAsThePeerCopiesIt) {
+    for (const char* layout : {"s16le", "s24be", "alaw"}) {
+        write(std::string(layout) + ".mov",
+              s_picture + s_tone +
+                  std::vector<std::string>{"-c:v", "mpeg2video", "-ac", "2", "-c:a", std::string("pcm_") + layout,
+                                           "-movflags", "frag_keyframe+empty_moov"});
+        EXPECT_EQ(readSound(1), copiedSound(layout)) << layout;
+        EXPECT_EQ(lastClip(1).getLength(), 57600u) << layout;
+        EXPECT_EQ(lastClip(1).getTicksPerSample(), 1u) << layout;
+        // Each block of the peer's begins at one of the samples, at the same time.
+        const std::vector<Listed> samples = read(1);
+        std::size_t at = 0;
+        for (const Listed& block : listOf(m_path, "a:0", false)) {
+            ASSERT_LT(at, samples.size());
+            EXPECT_EQ(samples[at].m_at, block.m_at);
+            EXPECT_EQ(samples[at].m_shown, block.m_shown);
+            at += block.m_size / samples[at].m_size;
+        }
+        EXPECT_EQ(at, samples.size());
+        m_movie->release();
+        m_movie = nullptr;
+    }
+}
+
+TEST_F(WrittenMov, ARateThatTheScaleHasNoTicksForIsTheUsualOne) {
+    for (const char* scale : {"600", "1000", "12800"}) {
+        write(std::string(scale) + ".mp4", s_ntsc + s_avc + std::vector<std::string>{"-video_track_timescale", scale});
+        EXPECT_EQ(read(0), listOf(m_path, "v:0", true)) << scale;
+        EXPECT_EQ(lastClip(0).getSampleRate(), 30000u) << scale;
+        EXPECT_EQ(lastClip(0).getTicksPerSample(), 1001u) << scale;
+        EXPECT_EQ(m_movie->getTrackAt(0)->getVideoRate(), MediaVideoRate::Ntsc2997) << scale;
+        m_movie->release();
+        m_movie = nullptr;
+    }
+}
+
+TEST_F(WrittenMov, CodedSoundHasTheChannelsThatItsDecoderFinds) {
+    for (const char* channels : {"1", "2", "6"}) {
+        for (const char* name : {"a.mp4", "a.mov"}) {
+            write(std::string(channels) + name, s_tone + std::vector<std::string>{"-ac", channels, "-c:a", "aac"});
+            EXPECT_EQ(std::to_string(lastClip(0).getChannels()), channels) << name;
+            m_movie->release();
+            m_movie = nullptr;
+        }
+    }
+    // One unit in each fragment, of which the peer gives some no time at all.
+    write("f.mp4", s_picture + s_tone + s_avc +
+                       std::vector<std::string>{"-c:a", "aac", "-movflags", "frag_every_frame+empty_moov"});
+    EXPECT_EQ(lastClip(1).getTicksPerSample(), 1024u);
 }
 
 TEST_F(WrittenMov, SeveralTracksOfSoundKeepApart) {

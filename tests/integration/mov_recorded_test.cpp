@@ -1,17 +1,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <sstream>
 
 #include "backends/mov/mov_recording.h"
 #include "shared/include/description/media_clip_desc.h"
 #include "shared/include/description/media_clip_param.h"
+#include "shared/include/description/media_timecode.h"
 #include "shared/include/description/media_track_desc.h"
 #include "shared/include/index/media_offset_lookup.h"
 #include "shared/include/index/media_sample_req.h"
 #include "shared/include/io/media_io_buf.h"
 #include "tests/integration/mov_peers.h"
 #include "tests/kit/cache_scene.h"
+#include "tests/kit/process.h"
 #include "tests/kit/samples.h"
 
 // Movies are recorded from the samples of others, and ffmpeg reads picture and sound out of them without a word, as out
@@ -135,6 +138,85 @@ TEST_F(RecordedMov, HoldsDvAndSoundAsTheyWereRecorded) {
     EXPECT_EQ(movpeers::fact(m_path, "a:0", "codec_name"), "pcm_s16le");
 }
 
+TEST_F(RecordedMov, TellsItsTimecodeAndItsPacketsAreThoseOfOneWithout) {
+    struct Row {
+        MediaVideoRate m_rate;
+        int m_counter;
+        bool m_isDrop, m_isByRef, m_isLate;
+        const char* m_text;
+    };
+    const auto pal = MediaVideoRate::Pal25, ntsc = MediaVideoRate::Ntsc2997;
+    const Row rows[] = {
+        {pal, ((10 * 60 + 11) * 60 + 12) * 25 + 13, false, false, false, "10:11:12:13"},
+        {pal, 0, false, true, false, "00:00:00:00"},
+        {pal, 24 * 3600 * 25 - 1, false, false, true, "23:59:59:24"},
+        {ntsc, 107892, true, false, false, "01:00:00;00"},
+        {ntsc, 1800, true, false, true, "00:01:00;02"},
+        {ntsc, 107892, false, false, false, "00:59:56:12"},
+    };
+    struct Source {
+        std::vector<Packet> m_frames, m_recorded;  // those of a movie without a timecode
+        std::string m_decoded;
+    };
+    std::map<MediaVideoRate, Source> sources;
+    unsigned number = 0;
+    const auto record = [&](const Row& row, const MediaTimecode& timecode) {
+        create("tc" + std::to_string(number++) + ".mov",
+               row.m_isByRef ? MediaContainment::ByRef : MediaContainment::Embedded);
+        EXPECT_FALSE(m_movie->getTimecode().isValid());
+        MediaTrackDesc* const video = pictures(MediaEncodingType::Dv, row.m_rate);
+        const bool isEarly = timecode.isValid() && !row.m_isLate;
+        EXPECT_TRUE(!isEarly || m_movie->setTimecode(timecode).success());
+        for (const Packet& frame : sources[row.m_rate].m_frames)
+            add(*video, 1, frame.m_bytes);
+        if (timecode.isValid() && row.m_isLate) {
+            MediaTimecode other;
+            other.setCounter(4711, FixedPoint<16>(25), false);
+            EXPECT_TRUE(m_movie->setTimecode(other));
+            m_movie->flush(nullptr, true);
+            EXPECT_TRUE(m_movie->setTimecode(timecode));
+        }
+        EXPECT_EQ(m_movie->getTimecode().isValid(), timecode.isValid());
+        end();
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.m_text);
+        Source& source = sources[row.m_rate];
+        const bool isFirst = source.m_frames.empty();
+        if (isFirst) {
+            const bool isPal = row.m_rate == pal;
+            const std::string size = isPal ? "720x576:r=25" : "720x480:r=30000/1001", path = m_tree.path("source.mov");
+            movpeers::write({"-f", "lavfi", "-i", "testsrc2=s=" + size + ":d=0.4", "-pix_fmt",
+                             isPal ? "yuv420p" : "yuv411p", "-c:v", "dvvideo"},
+                            path);
+            source.m_frames = movpeers::packetsOf(path, "v:0");
+            record(row, MediaTimecode());
+            source.m_recorded = movpeers::packetsOf(m_path, "v:0");
+            source.m_decoded = movpeers::decode(m_path, "v:0");
+        }
+        MediaTimecode timecode;
+        timecode.setCounter(row.m_counter, MediaObj::getRealVideoRate(row.m_rate), row.m_isDrop);
+        record(row, timecode);
+        // ffprobe warns of every track of timecode that it can't decode it.
+        const kit::Outcome outcome =
+            kit::run({"ffprobe", "-v", "error", "-show_entries", "stream=codec_tag_string:stream_tags=timecode", "-of",
+                      "csv=p=0", m_path});
+        const std::string text = row.m_text;
+        EXPECT_EQ(outcome.m_err, "");
+        EXPECT_EQ(outcome.m_out, (row.m_rate == pal ? "dvcp," : "dvc ,") + text + "\ntmcd," + text + "\n");
+        EXPECT_EQ(movpeers::decode(m_path, "v:0"), source.m_decoded);
+        if (isFirst) expectSameSamples(movpeers::packetsOf(m_path, "v:0"), source.m_recorded);
+        expireAll();
+        MediaObj* const again = MediaObj::openReader(m_path.c_str(), MediaObj::ReadMode::ReadOnly, m_result);
+        ASSERT_NE(again, nullptr) << m_result.describe().get();
+        EXPECT_EQ(again->getTrackCount(), 1u);
+        EXPECT_EQ(again->getTimecode().getCounter(), row.m_counter);
+        EXPECT_EQ(again->getTimecode().m_dropFrame, row.m_isDrop);
+        EXPECT_EQ(again->getTimecode().m_rate, timecode.m_rate);
+        again->release();
+    }
+}
+
 TEST_F(RecordedMov, HoldsSoundOfEachLayout) {
     struct Layout {
         unsigned m_rate, m_channels, m_bits;
@@ -145,11 +227,19 @@ TEST_F(RecordedMov, HoldsSoundOfEachLayout) {
     constexpr auto pcm = MediaEncodingType::Pcm;
     constexpr auto little = MediaEndian::Little, big = MediaEndian::Big;
     const Layout layouts[] = {
-        {48000, 1, 8, pcm, little, "pcm_u8"},     {48000, 2, 16, pcm, little, "pcm_s16le"},
-        {44100, 2, 16, pcm, big, "pcm_s16be"},    {48000, 8, 24, pcm, little, "pcm_s24le"},
-        {96000, 2, 24, pcm, big, "pcm_s24be"},    {48000, 1, 24, pcm, big, "pcm_s24be"},
-        {48000, 2, 32, pcm, little, "pcm_s32le"}, {48000, 2, 32, pcm, big, "pcm_s32be"},
-        {96000, 6, 16, pcm, little, "pcm_s16le"}, {8000, 1, 8, MediaEncodingType::ALaw, big, "pcm_alaw"},
+        {48000, 1, 8, pcm, little, "pcm_u8"},
+        {48000, 2, 8, pcm, big, "pcm_s8"},
+        {96000, 1, 8, pcm, little, "pcm_u8"},
+        {96000, 1, 8, pcm, big, "pcm_s8"},
+        {48000, 2, 16, pcm, little, "pcm_s16le"},
+        {44100, 2, 16, pcm, big, "pcm_s16be"},
+        {48000, 8, 24, pcm, little, "pcm_s24le"},
+        {96000, 2, 24, pcm, big, "pcm_s24be"},
+        {48000, 1, 24, pcm, big, "pcm_s24be"},
+        {48000, 2, 32, pcm, little, "pcm_s32le"},
+        {48000, 2, 32, pcm, big, "pcm_s32be"},
+        {96000, 6, 16, pcm, little, "pcm_s16le"},
+        {8000, 1, 8, MediaEncodingType::ALaw, big, "pcm_alaw"},
     };
     unsigned number = 0;
     for (const Layout& layout : layouts) {
@@ -268,13 +358,19 @@ TEST_F(RecordedMov, HoldsProRes) {
 TEST_F(RecordedMov, NamesTheProResThatItsBitrateTells) {
     struct Kind {
         MediaChromaSample m_chroma;
-        unsigned m_height, m_megabits;
+        unsigned m_width, m_height, m_megabits;
         const char* m_code;
     };
     constexpr auto c422 = MediaChromaSample::C422, c444 = MediaChromaSample::C444;
-    const Kind kinds[] = {{c422, 1080, 0, "apcn"},   {c422, 1080, 45, "apco"},  {c422, 1080, 102, "apcs"},
-                          {c422, 1080, 147, "apcn"}, {c422, 1080, 220, "apch"}, {c422, 486, 42, "apcn"},
-                          {c422, 486, 63, "apch"},   {c444, 1080, 0, "ap4h"},   {c444, 1080, 500, "ap4x"}};
+    // The published target rates at 29.97 pictures a second.
+    const Kind kinds[] = {
+        {c422, 1920, 1080, 0, "apcn"},   {c422, 1920, 1080, 45, "apco"},  {c422, 1920, 1080, 102, "apcs"},
+        {c422, 1920, 1080, 147, "apcn"}, {c422, 1920, 1080, 220, "apch"}, {c422, 1280, 1080, 38, "apco"},
+        {c422, 1280, 1080, 87, "apcs"},  {c422, 1280, 1080, 126, "apcn"}, {c422, 1280, 1080, 189, "apch"},
+        {c422, 960, 720, 44, "apcs"},    {c422, 960, 720, 63, "apcn"},    {c422, 720, 486, 12, "apco"},
+        {c422, 720, 486, 29, "apcs"},    {c422, 720, 486, 42, "apcn"},    {c422, 720, 486, 63, "apch"},
+        {c444, 1920, 1080, 0, "ap4h"},   {c444, 1920, 1080, 330, "ap4h"}, {c444, 1920, 1080, 495, "ap4x"},
+        {c444, 1280, 1080, 283, "ap4h"}, {c444, 720, 486, 94, "ap4h"},    {c444, 720, 486, 141, "ap4x"}};
     unsigned number = 0;
     for (const Kind& kind : kinds) {
         SCOPED_TRACE(testing::Message() << kind.m_code << " of " << kind.m_megabits);
@@ -282,7 +378,7 @@ TEST_F(RecordedMov, NamesTheProResThatItsBitrateTells) {
         MediaClipParam param;
         ASSERT_TRUE(param.initVideo(MediaFileType::QuickTime, MediaEncodingType::Prores, MediaVideoRate::Ntsc2997));
         param.m_chroma = kind.m_chroma;
-        param.m_width = kind.m_height == 486 ? 720 : 1920;
+        param.m_width = kind.m_width;
         param.m_height = kind.m_height;
         param.m_bitrate = kind.m_megabits * 1000000;
         MediaTrackDesc* const video = track(param);

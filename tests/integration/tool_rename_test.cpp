@@ -7,21 +7,19 @@
 
 #include <filesystem>
 
-#include "shared/include/description/media_clip_param.h"
-#include "shared/include/description/media_track_desc.h"
-#include "shared/include/index/media_sample_req.h"
-#include "shared/include/io/media_io_buf.h"
 #include "shared/include/object/media_obj.h"
 #include "tests/integration/dv_peers.h"
 #include "tests/integration/peers.h"
+#include "tests/integration/ref_movies.h"
 #include "tests/integration/tool_kit.h"
-#include "tests/kit/samples.h"
 #include "tests/kit/wav_builder.h"
 
 using nlohmann::json;
 using testing::HasSubstr;
 
 namespace {
+
+using Names = std::vector<std::string>;
 
 class ToolRename : public testing::Test {
 protected:
@@ -50,9 +48,25 @@ protected:
         std::sort(found.begin(), found.end());
         return found;
     }
-    // It fails and leaves everything where it was.
+    // What the system knows of all files and folders, but for when they were read.
+    std::vector<std::string> marks() const {
+        Names all = names();
+        all.push_back("");
+        for (std::string& name : all) {
+            struct stat stat {};
+            EXPECT_EQ(::lstat(at(name).c_str(), &stat), 0);
+            for (const auto mark :
+                 {static_cast<long long>(stat.st_ino), static_cast<long long>(stat.st_size),
+                  static_cast<long long>(stat.st_mode), static_cast<long long>(stat.st_nlink),
+                  static_cast<long long>(stat.st_mtim.tv_sec), static_cast<long long>(stat.st_mtim.tv_nsec),
+                  static_cast<long long>(stat.st_ctim.tv_sec), static_cast<long long>(stat.st_ctim.tv_nsec)})
+                name += " " + std::to_string(mark);
+        }
+        return all;
+    }
+    // It fails and leaves everything as it was.
     void expectFailure(const std::vector<std::string>& arguments, int exit, const std::string& sentence) {
-        const std::vector<std::string> before = names();
+        const std::vector<std::string> before = marks();
         std::vector<std::string> all = {"rename"};
         all.insert(all.end(), arguments.begin(), arguments.end());
         const kit::Outcome plain = runTool(all);
@@ -64,38 +78,16 @@ protected:
         EXPECT_EQ(outcome.m_exit, exit);
         const json error = documentOf(outcome, "error")["error"];
         EXPECT_THAT(sentence, HasSubstr(error["code"].get<std::string>()));
-        EXPECT_EQ(names(), before);
+        EXPECT_EQ(marks(), before);
     }
 
     kit::TempTree m_tree;
 };
 
-using Names = std::vector<std::string>;
-
-// Records a movie with a sound track for each file. Answers what of it would not go.
-std::string recordMov(const std::string& path, unsigned files) {
-    OpResult result;
-    MediaObj* const movie = MediaObj::openWriter(path.c_str(), false, result, MediaContainment::ByRef,
-                                                 MediaFileType::QuickTime, nullptr, BasicIOTypes::SizeAdvice::None);
-    if (movie == nullptr) return result.describe().get();
-    MediaClipParam param;
-    bool good =
-        param.initAudio(MediaFileType::QuickTime, MediaEncodingType::Pcm, MediaVideoRate::Unknown, 48000, 2, 16);
-    for (unsigned i = 0; good && i < files; ++i) {
-        MediaTrackDesc* const track = movie->createTrack(param, result);
-        if (track == nullptr || track->createClip(param, result) == nullptr) break;
-        SampleInfo info;
-        info.reset(1200);
-        MediaSampleInMovie where;
-        MediaIoBuf buffer;
-        kit::fill(buffer, std::string(1200, static_cast<char>('a' + i)));
-        good = track->addSamples(MediaRecordReq(0, 300, info), where, result) && movie->vsWrite(where, buffer);
-    }
-    if (result) result = movie->setRecording(false);
-    const std::string text = result ? "" : result.describe().get();
-    movie->release(MediaAgent(nullptr), true);
+// Records a movie whose samples lie in files beside it; nothing of it stays with this process.
+void recordMov(const std::string& path, const std::vector<unsigned>& clipsOfTracks) {
+    refmovies::record(path, clipsOfTracks);
     MediaObj::flushAll(nullptr);
-    return good ? text : text + " not written";
 }
 
 // The samples of each track, as the tool reads them.
@@ -213,10 +205,9 @@ TEST_F(ToolRename, WithoutPermissionItIsThree) {
 }
 
 TEST_F(ToolRename, AMovieOfSeveralFilesTakesThemAlongOrNamesThemAfterIt) {
-    std::filesystem::create_directory(at("m"));
-    ASSERT_EQ(recordMov(at("m/old.mov"), 3), "");
+    recordMov(at("m/old.mov"), {1, 1, 1});
     const std::vector<std::string> sound = soundOf(at("m/old.mov"), 3);
-    ASSERT_EQ(sound[2], std::string(1200, 'c'));
+    ASSERT_EQ(sound[2], refmovies::essence(2));
     const Names before = names();
     ASSERT_EQ(before.size(), 5u);
     const auto rename = [](std::vector<std::string> arguments) {
@@ -240,6 +231,74 @@ TEST_F(ToolRename, AMovieOfSeveralFilesTakesThemAlongOrNamesThemAfterIt) {
         EXPECT_TRUE(std::filesystem::exists(named[i]["to"].get<std::string>()));
     }
     EXPECT_EQ(soundOf(at("n/deep/monday.mov"), 3), sound);
+}
+
+TEST_F(ToolRename, ADryRunOfAMovieOfSeveralFilesLeavesEachAsItIs) {
+    recordMov(at("m/old.mov"), {1, 1});
+    m_tree.write("n/film.txt", "somebody's");
+    m_tree.write("n/old_1.data", "somebody's");
+    const Names before = marks();
+    const kit::Outcome planned = runTool({"rename", "--dry-run", at("m/old.mov"), at("n/new.mov")});
+    EXPECT_EQ(planned.m_exit, 0) << planned.m_err;
+    EXPECT_EQ(planned.m_out, at("m/old.mov") + " -> " + at("n/new.mov") + "\n" + at("m/old_1.data") + " -> " +
+                                 at("n/new_1.data") + "\n" + at("m/old_2.data") + " -> " + at("n/old_2.data") + "\n");
+    EXPECT_EQ(runTool({"rename", "--dry-run", "--media", "--json", at("m/old.mov"), at("deep/er/new.mov")}).m_exit, 0);
+    EXPECT_EQ(runTool({"rename", "--dry-run", at("m/old.mov"), at("n/old_1.data")}).m_exit, 4);
+    EXPECT_EQ(runTool({"rename", "--dry-run", at("m/old.mov"), at("new.wav")}).m_exit, 4);
+    EXPECT_EQ(marks(), before);
+}
+
+TEST_F(ToolRename, APlanThatGivesTwoFilesOneNameIsRefused) {
+    // A run of clips counts once, so the second one's number is that of the next track.
+    recordMov(at("m/old.mov"), {2, 1});
+    const std::string sentence = at("n/new_2.data") + ": file exists: " + at("m/old_2.data") + " and " +
+                                 at("m/old_3.data") + " would both get this name";
+    for (const std::vector<std::string>& more : {Names{"--media"}, Names{"--media", "--dry-run"}}) {
+        std::vector<std::string> arguments = more;
+        arguments.insert(arguments.end(), {at("m/old.mov"), at("n/new.mov")});
+        expectFailure(arguments, 4, sentence);
+    }
+    EXPECT_EQ(runTool({"rename", at("m/old.mov"), at("n/new.mov")}).m_exit, 0) << "under the names that they have";
+    EXPECT_EQ(names(), (Names{"m", "n", "n/new.mov", "n/old_1.data", "n/old_2.data", "n/old_3.data"}));
+}
+
+TEST_F(ToolRename, APlanThatGivesAMediaFileTheMoviesNameIsRefused) {
+    recordMov(at("m/old.mov"), {1, 1});
+    OpResult result;
+    MediaObj* const movie = MediaObj::openReader(at("m/old.mov").c_str(), MediaObj::ReadMode::ReadWrite, result);
+    ASSERT_NE(movie, nullptr) << result.describe().get();
+    result = movie->renameMediaId(movie->getMediaId(1), at("m/new.mov").c_str());
+    EXPECT_TRUE(result.success()) << result.describe().get();
+    movie->release(MediaAgent(nullptr), true);
+    MediaObj::flushAll(nullptr);
+    const std::string sentence =
+        at("n/new.mov") + ": file exists: " + at("m/old.mov") + " and " + at("m/new.mov") + " would both get this name";
+    expectFailure({at("m/old.mov"), at("n/new.mov")}, 4, sentence);
+    expectFailure({"--media", at("m/old.mov"), at("n/new.mov")}, 4, sentence);
+    expectFailure({at("m/old.mov"), at("m/new.mov")}, 4,
+                  at("m/new.mov") + ": file exists: it is there already and is not overwritten");
+    EXPECT_EQ(runTool({"rename", at("m/old.mov"), at("n/newer.mov")}).m_exit, 0);
+    EXPECT_EQ(names(), (Names{"m", "n", "n/new.mov", "n/newer.mov", "n/old_2.data"}));
+    EXPECT_TRUE(soundOf(at("n/newer.mov"), 2) == (Names{refmovies::essence(0), refmovies::essence(1)}));
+}
+
+TEST_F(ToolRename, AMovieThatCannotGoAsideStaysAndSaysSo) {
+    recordMov(at("m/old.mov"), {1});
+    m_tree.write("n/.new.mov.rename", "somebody's");
+    expectFailure({at("m/old.mov"), at("n/new.mov")}, 4,
+                  at("n/.new.mov.rename") + ": file exists: the movie can't go aside to this name");
+    EXPECT_EQ(readFile(at("n/.new.mov.rename")), "somebody's");
+}
+
+TEST_F(ToolRename, AMediaFileThatIsGoneIsNamedAndNothingMoves) {
+    recordMov(at("m/old.mov"), {1, 1});
+    m_tree.remove("m/old_2.data");
+    const std::string sentence =
+        at("m/old_2.data") + ": file non-existant: the movie refers to it, and it can't go along";
+    expectFailure({at("m/old.mov"), at("n/new.mov")}, 3, sentence);
+    expectFailure({"--dry-run", at("m/old.mov"), at("n/new.mov")}, 3, sentence);
+    EXPECT_EQ(runTool({"rename", at("m/old.mov"), at("m/new.mov")}).m_exit, 0) << "its media needn't move";
+    EXPECT_EQ(names(), (Names{"m", "m/new.mov", "m/old_1.data"}));
 }
 
 TEST_F(ToolRename, AProcessThatWatchesTheMovieGoesOn) {
