@@ -7,6 +7,7 @@ PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
 SOAK_SECONDS ?= 120
 SOAK_KILLS ?= 2000
+SOAK_RENAMES ?= 500
 export JOBS
 
 # A folder of real media for the tests; without it those tests make their own files only.
@@ -27,7 +28,8 @@ help:
 	@echo 'make asan     unit and stress tests under the address and undefined-behaviour sanitizers'
 	@echo 'make tsan     unit and stress tests under the thread sanitizer'
 	@echo 'make fuzz     every fuzz target for FUZZ_SECONDS (60) each'
-	@echo 'make soak     recorders followed for SOAK_SECONDS (120) of media, and killed SOAK_KILLS (2000) times'
+	@echo 'make soak     recorders followed for SOAK_SECONDS (120) of media, killed SOAK_KILLS (2000) times, and their'
+	@echo '              movie renamed SOAK_RENAMES (500) times'
 	@echo 'make bench    measurements, each beside what it is compared with'
 	@echo 'make format   lays the sources out by .clang-format'
 	@echo 'make lint     layout, clang-tidy and the shell scripts, without changing anything'
@@ -63,7 +65,7 @@ soak:
 	@scripts/install-deps build test
 	@cmake --preset dev >/dev/null
 	@cmake --build --preset dev --parallel $(JOBS) --target test_stress -- --quiet
-	@scripts/run-soak $(SOAK_SECONDS) $(SOAK_KILLS)
+	@scripts/run-soak $(SOAK_SECONDS) $(SOAK_KILLS) $(SOAK_RENAMES)
 
 bench:
 	@scripts/install-deps build demo bench

@@ -26,6 +26,7 @@
 
 namespace {
 
+using stress::Kind;
 using stress::Recording;
 using stress::sizeOf;
 
@@ -36,26 +37,26 @@ constexpr unsigned s_framesPerRound = 5, s_samplesPerRound = 8008;
 // What recorder and followers are told.
 struct Orders {
     std::string m_path;
-    MediaFileType m_type = MediaFileType::Unknown;
+    Kind m_kind = Kind::Wav;
     bool m_async = false;
     bool m_paced = false;
     unsigned m_rounds = 0;
 
     std::string text() const {
         std::ostringstream out;
-        out << static_cast<unsigned>(m_type) << ' ' << m_async << ' ' << m_paced << ' ' << m_rounds << ' ' << m_path;
+        out << static_cast<unsigned>(m_kind) << ' ' << m_async << ' ' << m_paced << ' ' << m_rounds << ' ' << m_path;
         return out.str();
     }
     static Orders of(const std::string& text) {
         Orders orders;
-        unsigned type = 0;
-        std::istringstream(text) >> type >> orders.m_async >> orders.m_paced >> orders.m_rounds >> orders.m_path;
-        orders.m_type = static_cast<MediaFileType>(type);
+        unsigned kind = 0;
+        std::istringstream(text) >> kind >> orders.m_async >> orders.m_paced >> orders.m_rounds >> orders.m_path;
+        orders.m_kind = static_cast<Kind>(kind);
         return orders;
     }
     // Samples up to a video frame.
     unsigned long long samplesAt(unsigned long long frame) const {
-        return m_type == MediaFileType::Dv ? frame : frame * s_samplesPerRound / s_framesPerRound;
+        return m_kind == Kind::Dv ? frame : frame * s_samplesPerRound / s_framesPerRound;
     }
     // By far more than it takes, in seconds.
     unsigned limit() const { return 200 + 4 * frames() / 30; }
@@ -86,7 +87,7 @@ int recordInHalves(const std::string& text) {
     ::alarm(orders.limit());  // should the parent go first
     Recording recording;
     const unsigned half = orders.frames() / 2;
-    if (!recording.begin(orders.m_path, orders.m_type, s_rate)) return 2;
+    if (!recording.begin(orders.m_path, orders.m_kind, s_rate)) return 2;
     if (!recordFrames(recording, orders, 0, half)) return 3;
     recording.flush();
     say("half\n");
@@ -134,7 +135,7 @@ public:
     unsigned objects() const { return m_objects; }
 
 private:
-    unsigned mostAtOnce() const { return m_orders.m_type == MediaFileType::Dv ? 1 : 1602; }
+    unsigned mostAtOnce() const { return m_orders.m_kind == Kind::Dv ? 1 : 1602; }
 
     // The last frame of sound may be a part.
     static unsigned long long safeSamples(const MediaObj& movie) {
@@ -152,7 +153,7 @@ private:
         MediaIoBuf buffer;
         result = movie.vsRead(where, buffer);
         if (!result) return fail(result.describe().get());
-        if (where.m_count > count || kit::bytesOf(buffer) != stress::essence(m_orders.m_type, m_seen, where.m_count))
+        if (where.m_count > count || kit::bytesOf(buffer) != stress::essence(m_orders.m_kind, m_seen, where.m_count))
             return fail("not what was recorded");
         return where.m_count;
     }
@@ -189,22 +190,24 @@ const kit::ChildJob s_follower("follower", &follow);
 
 struct Way {
     const char* m_name;
-    MediaFileType m_type;
+    Kind m_kind;
     bool m_async;
     bool m_paced;
     const char* m_engine;
 };
 
 constexpr Way s_ways[] = {
-    {"WavPaced", MediaFileType::Wav, true, true, "uring"},
-    {"WavFastSync", MediaFileType::Wav, false, false, "pool"},
-    {"WavFastAsync", MediaFileType::Wav, true, false, "uring"},
-    {"DvPaced", MediaFileType::Dv, true, true, "uring"},
-    {"DvFastSync", MediaFileType::Dv, false, false, "pool"},
-    {"DvFastAsync", MediaFileType::Dv, true, false, "uring"},
-    {"MovPaced", MediaFileType::QuickTime, true, true, "uring"},
-    {"MovFastSync", MediaFileType::QuickTime, false, false, "pool"},
-    {"MovFastAsync", MediaFileType::QuickTime, true, false, "uring"},
+    {"WavPaced", Kind::Wav, true, true, "uring"},
+    {"WavFastSync", Kind::Wav, false, false, "pool"},
+    {"WavFastAsync", Kind::Wav, true, false, "uring"},
+    {"DvPaced", Kind::Dv, true, true, "uring"},
+    {"DvFastSync", Kind::Dv, false, false, "pool"},
+    {"DvFastAsync", Kind::Dv, true, false, "uring"},
+    {"MovPaced", Kind::Mov, true, true, "uring"},
+    {"MovFastSync", Kind::Mov, false, false, "pool"},
+    {"MovFastAsync", Kind::Mov, true, false, "uring"},
+    {"MovByRefFastSync", Kind::MovByRef, false, false, "pool"},
+    {"MovByRefFastAsync", Kind::MovByRef, true, false, "uring"},
 };
 
 class FollowedRecorder : public kit::CacheScene, public testing::WithParamInterface<Way> {
@@ -213,7 +216,7 @@ protected:
         const Way& way = GetParam();
         const unsigned seconds = stress::lengthFrom("MEDIACORE_SOAK_SECONDS", 3);
         const unsigned rounds = seconds * 30 / s_framesPerRound;
-        return {m_tree.path(std::string("live") + stress::suffixOf(way.m_type)), way.m_type, way.m_async, way.m_paced,
+        return {m_tree.path(std::string("live") + stress::suffixOf(way.m_kind)), way.m_kind, way.m_async, way.m_paced,
                 rounds};
     }
     std::unique_ptr<kit::Process> start(const kit::ChildJob& job, const Orders& orders) const {
@@ -250,13 +253,16 @@ TEST_P(FollowedRecorder, GivesItsFollowersAllItsBytesAndNoOthers) {
         EXPECT_EQ(outcome.m_exit, 0) << outcome.m_signal << outcome.m_err;
         std::printf("%s", outcome.m_out.c_str());
     }
-    EXPECT_GE(std::filesystem::file_size(orders.m_path), orders.samples() * sizeOf(orders.m_type));
+    std::uintmax_t bytes = 0;  // of the movie and the files beside it
+    for (const auto& file : std::filesystem::directory_iterator(m_tree.root()))
+        bytes += file.file_size();
+    EXPECT_GE(bytes, orders.samples() * sizeOf(orders.m_kind) * stress::tracksOf(orders.m_kind));
 }
 
 TEST_F(FollowerOfAFile, TellsAByteThatIsNotTheRecorders) {
-    const Orders orders{m_tree.path("a.dv"), MediaFileType::Dv, false, false, 1};
+    const Orders orders{m_tree.path("a.dv"), Kind::Dv, false, false, 1};
     Recording recording;
-    ASSERT_TRUE(recording.begin(orders.m_path, orders.m_type, s_rate));
+    ASSERT_TRUE(recording.begin(orders.m_path, orders.m_kind, s_rate));
     ASSERT_TRUE(recordFrames(recording, orders, 0, orders.frames()));
     ASSERT_TRUE(recording.end());
     EXPECT_EQ(s_follower.run(orders.text()).m_exit, 0);

@@ -1,113 +1,64 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cinttypes>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <random>
 #include <sstream>
 #include <thread>
+#include <vector>
 
-#include "backends/dv/dv_system.h"
-#include "shared/include/description/media_clip_desc.h"
-#include "shared/include/description/media_track_desc.h"
-#include "shared/include/index/media_offset_lookup.h"
-#include "shared/include/index/media_sample_req.h"
-#include "shared/include/io/media_io_buf.h"
 #include "tests/kit/cache_scene.h"
 #include "tests/kit/child_job.h"
-#include "tests/kit/samples.h"
+#include "tests/stress/left_file.h"
 #include "tests/stress/stress_recorder.h"
 
 // A recorder that is killed at any moment leaves a file that opens, with every sample that the file has told of.
 
 namespace {
 
-using stress::dvSystem;
-using stress::sizeOf;
-using stress::suffixOf;
+using stress::Kind;
+using stress::Told;
 
 constexpr unsigned s_rate = 1000;
 
 // What a child is told to do.
 struct Orders {
     std::string m_path;
-    MediaFileType m_type = MediaFileType::Unknown;
+    Kind m_kind = Kind::Wav;
     bool m_async = false;
     unsigned m_usec = 0;  // until it is killed
     unsigned m_seed = 0;
 
     std::string text() const {
         std::ostringstream out;
-        out << static_cast<unsigned>(m_type) << ' ' << m_async << ' ' << m_usec << ' ' << m_seed << ' ' << m_path;
+        out << static_cast<unsigned>(m_kind) << ' ' << m_async << ' ' << m_usec << ' ' << m_seed << ' ' << m_path;
         return out.str();
     }
     static Orders of(const std::string& text) {
         Orders orders;
-        unsigned type = 0;
-        std::istringstream(text) >> type >> orders.m_async >> orders.m_usec >> orders.m_seed >> orders.m_path;
-        orders.m_type = static_cast<MediaFileType>(type);
+        unsigned kind = 0;
+        std::istringstream(text) >> kind >> orders.m_async >> orders.m_usec >> orders.m_seed >> orders.m_path;
+        orders.m_kind = static_cast<Kind>(kind);
         return orders;
     }
 };
 
-// Whole frames of a stream, which has no other header than its length.
-long long framesOf(const std::string& path) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) return -1;
-    const long long frames = status.st_size / dvSystem().frameSize();
-    return frames != 0 ? frames : -1;
+// A line of a number for each track.
+void tell(const Told& told) {
+    std::string line;
+    for (const unsigned long long samples : told)
+        line += (line.empty() ? "" : " ") + std::to_string(samples);
+    line += '\n';
+    if (::write(STDOUT_FILENO, line.data(), line.size()) != static_cast<ssize_t>(line.size())) ::_exit(3);
 }
 
-std::uint64_t numberAt(const std::string& bytes, std::size_t at, unsigned count) {
-    std::uint64_t value = 0;
-    for (unsigned i = 0; i < count && at + i < bytes.size(); ++i)
-        value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
-    return value;
-}
-
-// The sizes of the first track of the first `moov` that the file leads to.
-long long samplesOfMovie(const std::string& path) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) return -1;
-    const auto length = static_cast<std::uint64_t>(status.st_size);
-    for (std::uint64_t at = 0, size = 0; at + 16 <= length; at += size) {
-        const std::string head = kit::bytesAt(path, at, 16);
-        size = numberAt(head, 0, 4);
-        if (size == 1) size = numberAt(head, 8, 8);
-        if (size < 8) return -1;  // to the end of the file, or no atom
-        if (head.compare(4, 4, "moov") != 0) continue;
-        const std::string movie = kit::bytesAt(path, at, size);
-        const std::size_t sizes = movie.find("stsz");
-        return sizes != std::string::npos ? static_cast<long long>(numberAt(movie, sizes + 12, 4)) : -1;
-    }
-    return -1;
-}
-
-// Samples that a file tells of, as the system has it; -1 while it tells nothing.
-long long told(const std::string& path, MediaFileType type) {
-    if (type == MediaFileType::Dv) return framesOf(path);
-    if (type == MediaFileType::QuickTime) return samplesOfMovie(path);
-    const bool isWav = type == MediaFileType::Wav;
-    const unsigned size = isWav ? 104 : 54;  // of the header
-    const std::string head = kit::bytesAt(path, 0, size);
-    if (head.size() < size) return -1;
-    const auto byteAt = [&head](unsigned at) { return static_cast<unsigned>(static_cast<unsigned char>(head[at])); };
-    std::uint32_t value = 0;
-    for (unsigned i = 0; i < 4; ++i)
-        value |= isWav ? byteAt(100 + i) << (8 * i) : byteAt(22 + i) << (24 - 8 * i);
-    return isWav ? value / stress::s_soundSize : value;
-}
-
-void tell(long long samples) {
-    char line[32];
-    const int length = std::snprintf(line, sizeof line, "%lld\n", samples);
-    if (::write(STDOUT_FILENO, line, static_cast<unsigned>(length)) != length) ::_exit(3);
+unsigned atOnce(Kind kind, unsigned random) {
+    return kind == Kind::Dv ? 1 : stress::isFilm(kind) ? 1 + random % 2 : 2 + random % 300;
 }
 
 void killSoon(unsigned usec) {
@@ -126,18 +77,16 @@ int recordUntilKilled(const std::string& text) {
     const bool isEarly = orders.m_seed % 4 == 0;
     if (isEarly) killSoon(orders.m_usec);
     stress::Recording recording;
-    if (!recording.begin(orders.m_path, orders.m_type, s_rate)) return 4;
+    if (!recording.begin(orders.m_path, orders.m_kind, s_rate)) return 4;
     std::mt19937 random(orders.m_seed);
-    long long last = -1;
+    Told last;
     for (;;) {
-        const unsigned count = orders.m_type == MediaFileType::Dv ? 1 : 2 + random() % 300;
-        if (!recording.write(count, orders.m_async)) return 5;
+        if (!recording.write(atOnce(orders.m_kind, random()), orders.m_async)) return 5;
         if (random() % 50 == 0) recording.flush();
-        const long long now = told(orders.m_path, orders.m_type);
-        if (now != last) {
-            if (last < 0 && !isEarly) killSoon(orders.m_usec);
-            tell(last = now);
-        }
+        const Told now = stress::toldBy(orders.m_path, orders.m_kind);
+        if (now == last) continue;
+        if (last.empty() && !isEarly) killSoon(orders.m_usec);
+        tell(last = now);
     }
 }
 
@@ -145,88 +94,86 @@ const kit::ChildJob s_recorder("killed recorder", &recordUntilKilled);
 
 struct Way {
     const char* m_name;
-    MediaFileType m_type;
+    Kind m_kind;
     bool m_async;
     const char* m_engine;
+    unsigned m_kills = 35;  // unless the environment says more
 };
+
+constexpr unsigned s_longest = 30000;  // µs
+constexpr unsigned s_forFfmpeg = 3;    // files
 
 class KilledRecorder : public kit::CacheScene, public testing::WithParamInterface<Way> {
 protected:
-    // Lets one record for so long. Answers the samples that its file told last, -1 for none.
-    long long record(const std::string& path, unsigned usec, unsigned seed) {
-        const Orders orders{path, GetParam().m_type, GetParam().m_async, usec, seed};
+    // Lets one record for so long. Answers what its file told last.
+    Told record(const std::string& path, unsigned usec, unsigned seed) {
+        const Orders orders{path, GetParam().m_kind, GetParam().m_async, usec, seed};
         kit::Command command = s_recorder.command(orders.text());
         command.m_environment.emplace_back("MEDIACORE_ASYNC", GetParam().m_engine);
         const kit::Outcome outcome = kit::ChildJob::run(command);
         EXPECT_EQ(outcome.m_signal, SIGKILL) << outcome.m_exit << outcome.m_err;
-        long long last = -1, line = 0;
-        for (std::istringstream lines(outcome.m_out); lines >> line;) {
-            EXPECT_GE(line, last) << "the header has gone back";
-            last = line;
+        Told last;
+        std::istringstream lines(outcome.m_out);
+        for (std::string line; std::getline(lines, line);) {
+            std::istringstream numbers(line);
+            const Told told{std::istream_iterator<unsigned long long>(numbers), {}};
+            EXPECT_GE(told.size(), last.size()) << "the header has gone back";
+            for (std::size_t i = 0; i < std::min(told.size(), last.size()); ++i)
+                EXPECT_GE(told[i], last[i]) << "the header has gone back";
+            last = told;
         }
         return last;
     }
+    // That ffmpeg can judge, whose film has come to its edit.
+    bool isEnough(const Told& told) const {
+        const Kind kind = GetParam().m_kind;
+        return stress::typeOf(kind) == MediaFileType::QuickTime && told.size() == stress::tracksOf(kind) &&
+               told[0] > (stress::isFilm(kind) ? stress::s_skippedAfter : 0) && told[1] != 0;
+    }
+    // Streams are large. The files stay, so that none takes the place of another.
+    static void empty(const std::string& folder) {
+        std::error_code missing;  // killed before there was a file
+        for (const auto& file : std::filesystem::directory_iterator(folder))
+            std::filesystem::resize_file(file.path(), 0, missing);
+    }
+};
 
-    void expectWhole(const std::string& path, long long least) {
-        const long long samples = told(path, GetParam().m_type);
-        EXPECT_GE(samples, least);
-        if (samples < 0) return;  // killed before the header: nothing was told
-        ++m_headers;
+class FileOfAKilledRecorder : public kit::CacheScene {
+protected:
+    // The file of the first track.
+    std::string mediaOf(const std::string& path) {
         MediaObj* const movie = MediaObj::openReader(path.c_str(), MediaObj::ReadMode::ReadOnly, m_result);
-        ASSERT_NE(movie, nullptr) << m_result.describe().get();
-        const MediaClipDesc& clip = *movie->getTrackAt(0)->getClip(0);
-        // While the header tells of nothing, what is there counts.
-        EXPECT_TRUE(samples == 0 || clip.getLength() == static_cast<unsigned long long>(samples));
-        EXPECT_TRUE(bytesOf(*movie, clip, path) ==
-                    stress::essence(GetParam().m_type, 0, static_cast<unsigned>(clip.getLength())));
-        m_samples += clip.getLength();
+        EXPECT_NE(movie, nullptr) << m_result.describe().get();
+        if (movie == nullptr) return "";
+        const std::string media = movie->getPath(movie->getMediaId(1));
         movie->release();
+        return media;
     }
-
-    // In one piece as they lie in the file, where nothing else can lie between them.
-    static std::string bytesOf(const MediaObj& movie, const MediaClipDesc& clip, const std::string& path) {
-        const std::size_t size = clip.getLength() * sizeOf(GetParam().m_type);
-        if (GetParam().m_type != MediaFileType::QuickTime)
-            return kit::bytesAt(path, clip.getLookup()->getBaseOffset(), size);
-        std::string bytes;
-        OpResult result;
-        for (unsigned long long sample = 0; sample < clip.getLength();) {
-            const auto wanted = static_cast<unsigned>(std::min<unsigned long long>(clip.getLength() - sample, 1000));
-            MediaSampleInMovie where;
-            MediaIoBuf buffer;
-            if (!clip.getMediaOffset(MediaPlayReq(sample, wanted), where, result) || where.m_count == 0) break;
-            result = movie.vsRead(where, buffer);
-            if (!result) break;
-            bytes += kit::bytesOf(buffer);
-            sample += where.m_count;
-        }
-        EXPECT_TRUE(result.success()) << result.describe().get();
-        return bytes;
-    }
-
-    unsigned m_headers = 0;
-    unsigned long long m_samples = 0;
 };
 
 constexpr Way s_ways[] = {
-    {"WavSync", MediaFileType::Wav, false, "pool"},
-    {"WavAsyncPool", MediaFileType::Wav, true, "pool"},
-    {"WavAsyncUring", MediaFileType::Wav, true, "uring"},
-    {"AiffSync", MediaFileType::Aiff, false, "pool"},
-    {"AiffAsync", MediaFileType::Aiff, true, "uring"},
-    {"DvSync", MediaFileType::Dv, false, "pool"},
-    {"DvAsync", MediaFileType::Dv, true, "uring"},
-    {"MovSync", MediaFileType::QuickTime, false, "pool"},
-    {"MovAsyncPool", MediaFileType::QuickTime, true, "pool"},
-    {"MovAsyncUring", MediaFileType::QuickTime, true, "uring"},
+    {"WavSync", Kind::Wav, false, "pool"},
+    {"WavAsyncPool", Kind::Wav, true, "pool"},
+    {"WavAsyncUring", Kind::Wav, true, "uring"},
+    {"AiffSync", Kind::Aiff, false, "pool"},
+    {"AiffAsync", Kind::Aiff, true, "uring"},
+    {"DvSync", Kind::Dv, false, "pool"},
+    {"DvAsync", Kind::Dv, true, "uring"},
+    {"MovSync", Kind::Mov, false, "pool"},
+    {"MovAsyncPool", Kind::Mov, true, "pool"},
+    {"MovAsyncUring", Kind::Mov, true, "uring"},
+    {"MovByRefSync", Kind::MovByRef, false, "pool", 12},
+    {"MovByRefAsync", Kind::MovByRef, true, "uring", 12},
+    {"FilmSync", Kind::Film, false, "pool", 12},
+    {"FilmAsync", Kind::Film, true, "uring", 12},
+    {"FilmByRefSync", Kind::FilmByRef, false, "pool", 12},
+    {"FilmByRefAsync", Kind::FilmByRef, true, "uring", 12},
 };
 
-// Of each way.
-unsigned killsOfAWay() {
+unsigned killsOf(const Way& way) {
     constexpr unsigned ways = std::size(s_ways);
-    return (stress::lengthFrom("MEDIACORE_SOAK_KILLS", 35 * ways) + ways - 1) / ways;
+    return (stress::lengthFrom("MEDIACORE_SOAK_KILLS", way.m_kills * ways) + ways - 1) / ways;
 }
-constexpr unsigned s_longest = 30000;  // µs
 
 }  // namespace
 
@@ -234,17 +181,77 @@ INSTANTIATE_TEST_SUITE_P(Ways, KilledRecorder, testing::ValuesIn(s_ways),
                          [](const auto& way) { return std::string(way.param.m_name); });
 
 TEST_P(KilledRecorder, LeavesAFileWithAllThatItHasTold) {
-    const unsigned kills = killsOfAWay();
+    const Kind kind = GetParam().m_kind;
+    const unsigned kills = killsOf(GetParam());
     const unsigned seed = std::random_device()();
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::mt19937 random(seed);
+    unsigned headers = 0;
+    unsigned long long samples = 0;
+    std::vector<std::string> forFfmpeg;
     for (unsigned i = 0; i < kills && !HasFailure(); ++i) {
-        const std::string path = m_tree.path("k" + std::to_string(i) + suffixOf(GetParam().m_type));
-        expectWhole(path, record(path, static_cast<unsigned>(random() % s_longest), random()));
-        std::error_code missing;                         // killed before there was a file
-        std::filesystem::resize_file(path, 0, missing);  // streams are large
+        const std::string folder = m_tree.path("k" + std::to_string(i));
+        const std::string path = folder + "/film" + stress::suffixOf(kind);
+        std::filesystem::create_directory(folder);
+        const Told least = record(path, static_cast<unsigned>(random() % s_longest), random());
+        EXPECT_EQ(stress::faultOf(path, kind, least, samples), "");
+        const Told told = stress::toldBy(path, kind);
+        headers += told.empty() ? 0 : 1;
+        if (forFfmpeg.size() < s_forFfmpeg && isEnough(told)) {
+            forFfmpeg.push_back(path);
+        } else {
+            empty(folder);
+        }
     }
-    EXPECT_GT(m_headers, kills / 4);
-    EXPECT_GT(m_samples, 0u);
-    std::printf("%u kills, %u files with a header, %llu samples\n", kills, m_headers, m_samples);
+    EXPECT_GT(headers, kills / 4);
+    EXPECT_GT(samples, 0u);
+    if (!forFfmpeg.empty()) {
+        EXPECT_EQ(stress::faultByFfmpeg(forFfmpeg, kind), "");
+    }
+    std::printf("%u kills, %u files with a header, %llu samples, %zu files for ffmpeg\n", kills, headers, samples,
+                forFfmpeg.size());
+}
+
+// Each defect in a movie of its own.
+TEST_F(FileOfAKilledRecorder, IsAtFaultWhereSomethingIsLost) {
+    struct Row {
+        const char* m_fault;  // that it begins with
+        void (*m_plant)(const std::string& media);
+        Told m_more = {0, 0};  // samples that it is said to have told of
+        bool m_isForFfmpeg = false;
+    };
+    const Row rows[] = {
+        {"", [](const std::string&) {}, {0, 0}, true},
+        {"it tells of fewer samples", [](const std::string&) {}, {0, 1}},
+        {"track 0, sample 0: not what was recorded",
+         [](const std::string& media) {
+             std::fstream(media, std::ios::in | std::ios::out | std::ios::binary).seekp(-1, std::ios::end).put('?');
+         },
+         {0, 0},
+         true},
+        {"track 0, sample 0: ",
+         [](const std::string& media) { std::filesystem::resize_file(media, std::filesystem::file_size(media) - 1); }},
+        {"track 0, sample 0: ", [](const std::string& media) { std::filesystem::rename(media, media + ".away"); }},
+    };
+    unsigned number = 0;
+    for (const Row& row : rows) {
+        const std::string path = m_tree.path("k" + std::to_string(number++) + ".mov");
+        SCOPED_TRACE(path + ": " + row.m_fault);
+        stress::Recording recording;
+        ASSERT_TRUE(recording.begin(path, Kind::FilmByRef, s_rate));
+        ASSERT_TRUE(recording.write(20, false));
+        ASSERT_TRUE(recording.end());
+        Told least = stress::toldBy(path, Kind::FilmByRef);
+        EXPECT_EQ(least, (Told{20, 20 * s_rate / 25}));
+        for (std::size_t i = 0; i < least.size(); ++i)
+            least[i] += row.m_more[i];
+        row.m_plant(mediaOf(path));
+        expireAll();
+        unsigned long long samples = 0;
+        const std::string fault = stress::faultOf(path, Kind::FilmByRef, least, samples);
+        EXPECT_TRUE(fault.starts_with(row.m_fault) && fault.empty() == (*row.m_fault == '\0')) << fault;
+        if (row.m_isForFfmpeg) {
+            EXPECT_EQ(stress::faultByFfmpeg({path}, Kind::FilmByRef).empty(), fault.empty());
+        }
+    }
 }

@@ -9,6 +9,7 @@
 #include "shared/include/index/media_sample_req.h"
 #include "shared/include/io/media_io_buf.h"
 #include "tests/kit/samples.h"
+#include "tests/stress/film_picture.h"
 
 namespace stress {
 
@@ -37,38 +38,72 @@ std::string frame(unsigned long long number) {
 
 const DvSystem& dvSystem() { return *DvSystem::find(MediaVideoRate::Ntsc2997); }
 
-unsigned sizeOf(MediaFileType type) { return type == MediaFileType::Dv ? dvSystem().frameSize() : s_soundSize; }
-
-const char* suffixOf(MediaFileType type) {
-    if (type == MediaFileType::Dv) return ".dv";
-    if (type == MediaFileType::QuickTime) return ".mov";
-    return type == MediaFileType::Wav ? ".wav" : ".aiff";
+MediaFileType typeOf(Kind kind) {
+    switch (kind) {
+        case Kind::Wav:
+            return MediaFileType::Wav;
+        case Kind::Aiff:
+            return MediaFileType::Aiff;
+        case Kind::Dv:
+            return MediaFileType::Dv;
+        default:
+            return MediaFileType::QuickTime;
+    }
 }
 
-std::string essence(MediaFileType type, unsigned long long sample, unsigned count) {
-    if (type != MediaFileType::Dv) return kit::patternFrom(sample * s_soundSize, count * s_soundSize);
+const char* suffixOf(Kind kind) {
+    switch (kind) {
+        case Kind::Wav:
+            return ".wav";
+        case Kind::Aiff:
+            return ".aiff";
+        case Kind::Dv:
+            return ".dv";
+        default:
+            return ".mov";
+    }
+}
+
+unsigned tracksOf(Kind kind) { return typeOf(kind) == MediaFileType::QuickTime ? 2 : 1; }
+
+unsigned sizeOf(Kind kind) { return kind == Kind::Dv ? dvSystem().frameSize() : s_soundSize; }
+
+std::string essence(Kind kind, unsigned track, unsigned long long sample, unsigned count) {
+    const bool isPictures = isFilm(kind) && track == 0;
+    if (kind != Kind::Dv && !isPictures) return kit::patternFrom(sample * s_soundSize, count * s_soundSize);
     std::string bytes;
     for (unsigned i = 0; i < count; ++i)
-        bytes += frame(sample + i);
+        bytes += isPictures ? filmpicture::bytesOf(sample + i) : frame(sample + i);
     return bytes;
 }
 
-bool Recording::begin(const std::string& path, MediaFileType type, unsigned rate) {
-    m_type = type;
-    MediaClipParam param;
-    const bool isGood =
-        type == MediaFileType::Dv
-            ? param.initVideo(type, MediaEncodingType::Dv, MediaVideoRate::Ntsc2997)
-            : param.initAudio(type, MediaEncodingType::Pcm, MediaVideoRate::Unknown, rate, s_channels, s_bits);
-    if (!isGood) return false;
+bool Recording::begin(const std::string& path, Kind kind, unsigned rate) {
+    m_kind = kind;
+    const MediaFileType type = typeOf(kind);
+    const MediaContainment containment = isByRef(kind) ? MediaContainment::ByRef : MediaContainment::Embedded;
     OpResult result;
-    m_movie = MediaObj::openWriter(path.c_str(), false, result, MediaContainment::Embedded, type, nullptr,
-                                   BasicIOTypes::SizeAdvice::None);
+    m_movie =
+        MediaObj::openWriter(path.c_str(), false, result, containment, type, nullptr, BasicIOTypes::SizeAdvice::None);
     result.discard();
     if (m_movie == nullptr) return false;
-    m_track = makeTrack(param);
-    if (type == MediaFileType::QuickTime) m_second = makeTrack(param);
-    return m_track != nullptr && (type != MediaFileType::QuickTime || m_second != nullptr);
+    for (unsigned i = 0; i < tracksOf(kind); ++i) {
+        MediaClipParam param;
+        bool isGood = false;
+        if (kind == Kind::Dv) {
+            isGood = param.initVideo(type, MediaEncodingType::Dv, MediaVideoRate::Ntsc2997);
+        } else if (isFilm(kind) && i == 0) {
+            isGood = param.initVideo(type, MediaEncodingType::Mpeg, MediaVideoRate::Pal25);
+            param.m_width = filmpicture::s_width;
+            param.m_height = filmpicture::s_height;
+            param.m_vscan = MediaVideoScanType::Progressive;
+        } else {
+            isGood = param.initAudio(type, MediaEncodingType::Pcm, MediaVideoRate::Unknown, rate, s_channels, s_bits);
+        }
+        if (isGood) m_tracks[i] = makeTrack(param);
+        if (m_tracks[i] == nullptr) return false;
+    }
+    if (isFilm(kind)) m_soundPerSample = rate / filmpicture::s_rate;
+    return true;
 }
 
 MediaTrackDesc* Recording::makeTrack(const MediaClipParam& param) {
@@ -80,19 +115,29 @@ MediaTrackDesc* Recording::makeTrack(const MediaClipParam& param) {
 }
 
 bool Recording::write(unsigned count, bool async) {
-    const std::string bytes = essence(m_type, m_samples, count);
-    const bool isWritten =
-        writeTo(*m_track, count, bytes, async) && (m_second == nullptr || writeTo(*m_second, count, bytes, async));
+    bool isWritten = isFilm(m_kind) ? writePictures(count, async) : writeTo(0, m_samples, count, async);
+    if (isWritten && m_tracks[1] != nullptr)
+        isWritten = writeTo(1, m_samples * m_soundPerSample, count * m_soundPerSample, async);
     m_samples += count;
     return isWritten;
 }
 
-bool Recording::writeTo(MediaTrackDesc& track, unsigned count, const std::string& bytes, bool async) {
+bool Recording::writePictures(unsigned count, bool async) {
+    for (unsigned i = 0; i < count; ++i) {
+        if (m_samples + i == s_skippedAfter && !m_tracks[0]->setPrecharge(s_skipped).success()) return false;
+        if (!writeTo(0, m_samples + i, 1, async)) return false;
+    }
+    return true;
+}
+
+bool Recording::writeTo(unsigned track, unsigned long long sample, unsigned count, bool async) {
+    const std::string bytes = essence(m_kind, track, sample, count);
     SampleInfo info;
-    info.reset(count * sizeOf(m_type));
+    info.reset(static_cast<unsigned>(bytes.size()));
+    if (isFilm(m_kind) && track == 0) info.setEncoding(filmpicture::codingOf(sample));
     MediaSampleInMovie where;
     OpResult result;
-    const bool isEntered = track.addSamples(MediaRecordReq(m_samples, count, info), where, result);
+    const bool isEntered = m_tracks[track]->addSamples(MediaRecordReq(sample, count, info), where, result);
     result.discard();
     if (!isEntered) return false;
     if (async) return m_movie->vaWrite(where, kit::obufOf(bytes)).success();
