@@ -24,7 +24,7 @@ FORMATTED = $(shell find $(SOURCE_FOLDERS) -name '*.h' -o -name '*.cpp' -o -name
 help:
 	@echo 'make build    the tool (build/release/bin/mediacore) and the libraries (build/release/lib)'
 	@echo 'make demo     opens a real recording, describes it and reads it; FILE=… for your own'
-	@echo 'make test     every test and check, and unit and stress tests under both sanitizers'
+	@echo 'make test     every test and check, and unit and stress tests under the sanitizers'
 	@echo 'make asan     unit and stress tests under the address and undefined-behaviour sanitizers'
 	@echo 'make tsan     unit and stress tests under the thread sanitizer'
 	@echo 'make fuzz     every fuzz target for FUZZ_SECONDS (60) each'

@@ -98,9 +98,15 @@ function(mc_tests_in_parts name sources)
   endforeach()
 endfunction()
 
+# In none of their cases does anything run beside, so the thread sanitizer has nothing to see.
+set(MEDIACORE_TESTS_OF_ONE_THREAD test_naming test_neighbours test_services_metadata test_tools)
+
 # One program of the sources given; nothing when there is none, or when the program stands already.
 function(mc_test_program name label sources)
   if(TARGET ${name} OR NOT sources OR NOT label IN_LIST MEDIACORE_TEST_LABELS)
+    return()
+  endif()
+  if(MEDIACORE_SANITIZE STREQUAL "thread" AND name IN_LIST MEDIACORE_TESTS_OF_ONE_THREAD)
     return()
   endif()
   add_executable(${name} ${sources})

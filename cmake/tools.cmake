@@ -11,11 +11,12 @@ if(NOT MEDIACORE_TOOLS)
   list(TRANSFORM tool_commands PREPEND ${CMAKE_SOURCE_DIR}/tools/)
   list(TRANSFORM tool_commands APPEND .cpp)
   list(REMOVE_ITEM tool_sources ${tool_commands})
+  set(tool_wanted EXCLUDE_FROM_ALL)
 endif()
 find_package(nlohmann_json REQUIRED)
 find_package(pugixml REQUIRED)
 # One file that runs wherever it is copied to, so the archive and not the shared library.
-add_library(mc_tool STATIC ${tool_sources})
+add_library(mc_tool STATIC ${tool_wanted} ${tool_sources})
 target_link_libraries(mc_tool PUBLIC mediacore_static mc_flags nlohmann_json::nlohmann_json
   PRIVATE $<IF:$<TARGET_EXISTS:pugixml::static>,pugixml::static,pugixml::pugixml>)
 target_compile_definitions(mc_tool PUBLIC MEDIACORE_VERSION="${PROJECT_VERSION}")
